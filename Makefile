@@ -1,0 +1,43 @@
+# The two everyday commands: `make run` and `make test`. Both install what is missing first.
+PRESET ?= default
+BUILD := build/$(PRESET)
+FUZZ_SECONDS ?= 600
+
+.PHONY: all deps configure build run test bench fuzz tsan asan format clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+configure: deps
+	@cmake --preset $(PRESET) >/dev/null
+
+build: configure
+	@cmake --build $(BUILD)
+
+run: build
+	$(BUILD)/cli/norrowctl serve
+
+test: build
+	@ctest --preset $(PRESET) -j2
+
+asan:
+	@$(MAKE) test PRESET=asan
+
+tsan:
+	@$(MAKE) test PRESET=tsan
+
+bench: build
+	@bench/run-all
+
+fuzz: deps
+	@cmake --preset fuzz >/dev/null
+	@cmake --build build/fuzz
+	@fuzz/run $(FUZZ_SECONDS)
+
+format:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf build

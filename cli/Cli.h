@@ -1,0 +1,25 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace norrow::cli {
+
+// Exit statuses of every subcommand.
+enum Status : int { success = 0, refused = 1, usage = 2 };
+
+// Each group of subcommands adds itself to the application; its callbacks store the exit
+// status in `status`.
+void addVersionCommands(CLI::App& app, int& status);
+
+// The named file's bytes, or standard input's when `file` is empty. Throws
+// std::runtime_error with a message for the user when the file cannot be read.
+std::string readInput(const std::string& file = {});
+// Prints one compact JSON value and a line feed, flushed.
+void printJson(const nlohmann::ordered_json& value);
+void printJson(const nlohmann::json& value);
+// Writes the description to standard error; gives `refused`.
+int refuse(const std::string& description);
+
+} // namespace norrow::cli

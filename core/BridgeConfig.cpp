@@ -1,0 +1,129 @@
+#include "core/BridgeConfig.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace norrow {
+namespace {
+
+std::string describe(BridgeConfig::ConfigError::Case kind, const std::string& text) {
+    if (kind == BridgeConfig::ConfigError::Case::writeFailed)
+        return "could not write the bridge config: " + text;
+    return text;
+}
+
+// Creates the folder and any missing parents, each 0700, and makes the folder itself 0700
+// even when it existed, since it will hold the token.
+void makePrivateFolder(const std::filesystem::path& folder) {
+    std::filesystem::path partial;
+    for (const auto& component : folder) {
+        partial /= component;
+        if (::mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST)
+            throw BridgeConfig::ConfigError(BridgeConfig::ConfigError::Case::platform,
+                                            "cannot create the folder " + partial.string() + ": " +
+                                                std::strerror(errno));
+    }
+    struct stat info {};
+    if (::stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
+        throw BridgeConfig::ConfigError(BridgeConfig::ConfigError::Case::platform,
+                                        folder.string() + " is not a folder");
+    if ((info.st_mode & 07777) != 0700 && ::chmod(folder.c_str(), 0700) != 0)
+        throw BridgeConfig::ConfigError(BridgeConfig::ConfigError::Case::platform,
+                                        "cannot restrict " + folder.string() + ": " + std::strerror(errno));
+}
+
+bool writeAll(int fd, const std::string& bytes) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+std::optional<std::uint16_t> portFrom(const nlohmann::json& value) {
+    if (value.is_number_unsigned() || value.is_number_integer()) {
+        if (value.is_number_integer() && !value.is_number_unsigned() && value.get<std::int64_t>() < 0)
+            return std::nullopt;
+        const auto n = value.get<std::uint64_t>();
+        if (n > 65535) return std::nullopt;
+        return static_cast<std::uint16_t>(n);
+    }
+    if (!value.is_string()) return std::nullopt;
+    std::string_view digits = value.get_ref<const std::string&>();
+    if (!digits.empty() && digits.front() == '+') digits.remove_prefix(1);
+    if (digits.empty() || digits.size() > 5) return std::nullopt;
+    unsigned n = 0;
+    for (const char c : digits) {
+        if (c < '0' || c > '9') return std::nullopt;
+        n = n * 10 + static_cast<unsigned>(c - '0');
+    }
+    if (n > 65535) return std::nullopt;
+    return static_cast<std::uint16_t>(n);
+}
+
+} // namespace
+
+BridgeConfig::ConfigError::ConfigError(Case kind, const std::string& text)
+    : std::runtime_error(describe(kind, text)), kind_(kind) {}
+
+std::string BridgeConfig::render(std::uint16_t port, const std::string& token) {
+    nlohmann::json object = nlohmann::json::object();
+    object["port"] = port;
+    object["token"] = token;
+    return object.dump();
+}
+
+void BridgeConfig::write(std::uint16_t port, const std::string& token, const std::filesystem::path& file) {
+    const std::filesystem::path folder = file.parent_path();
+    makePrivateFolder(folder);
+    const std::string bytes = render(port, token);
+    const std::filesystem::path temporary = folder / "config.json.new";
+    ::unlink(temporary.c_str());
+    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) throw ConfigError(ConfigError::Case::writeFailed, "cannot create " + temporary.string());
+    const bool written = ::fchmod(fd, 0600) == 0 && writeAll(fd, bytes) && ::fsync(fd) == 0;
+    const bool closed = ::close(fd) == 0;
+    if (!written || !closed) {
+        ::unlink(temporary.c_str());
+        throw ConfigError(ConfigError::Case::writeFailed, "cannot create " + temporary.string());
+    }
+    if (::rename(temporary.c_str(), file.c_str()) != 0) {
+        const int error = errno;
+        ::unlink(temporary.c_str());
+        throw ConfigError(ConfigError::Case::writeFailed,
+                          "rename to " + file.string() + " failed: " + std::strerror(error));
+    }
+}
+
+std::optional<BridgeConfig> BridgeConfig::read(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    if (!in) return std::nullopt;
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const nlohmann::json object = nlohmann::json::parse(text, nullptr, false);
+    if (!object.is_object()) return std::nullopt;
+    const auto token = object.find("token");
+    if (token == object.end() || !token->is_string() || token->get_ref<const std::string&>().empty())
+        return std::nullopt;
+    const auto port = object.find("port");
+    if (port == object.end()) return std::nullopt;
+    const auto value = portFrom(*port);
+    if (!value) return std::nullopt;
+    return BridgeConfig{*value, token->get<std::string>()};
+}
+
+void BridgeConfig::remove(const std::filesystem::path& file) { ::unlink(file.c_str()); }
+
+std::filesystem::path BridgeConfig::location(const std::filesystem::path& claudeFolder) {
+    return claudeFolder / "norrow" / "config.json";
+}
+
+} // namespace norrow

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "core/HookEvent.h"
+#include "core/RequestProtocol.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace norrow {
+
+// Owns the loopback port the bridge posts to. Binds 127.0.0.1 only, prefers the port it had
+// last time, falls back once to any free port, and reports accepted events and whether it
+// is listening through the owner's "post to the main thread" function. All network work
+// runs on one thread of its own.
+class EventListener : public std::enable_shared_from_this<EventListener> {
+public:
+    using Request = RequestProtocol::Request;
+    using ParseResult = RequestProtocol::ParseResult;
+    // Runs a task on the owner's main thread, later, never synchronously.
+    using PostToMain = std::function<void(std::function<void()>)>;
+
+    class ListenerError : public std::runtime_error {
+    public:
+        enum class Case { failedToStart };
+        explicit ListenerError(const std::string& text)
+            : std::runtime_error("listener failed to start: " + text) {}
+        Case kind() const { return Case::failedToStart; }
+    };
+
+    static std::shared_ptr<EventListener> create(std::string token, PostToMain postToMain);
+    ~EventListener();
+    EventListener(const EventListener&) = delete;
+    EventListener& operator=(const EventListener&) = delete;
+
+    // Set before `start`; both run on the main thread only.
+    void setOnEvent(std::function<void(HookEvent)> onEvent);
+    void setOnStateChange(std::function<void(bool)> onStateChange);
+
+    // Starts listening; the outcome arrives through the state callback. Throws ListenerError
+    // when no socket can be created at all.
+    void start(std::optional<std::uint16_t> preferredPort);
+    void stop();
+
+    // The bound port, absent while not listening. Safe from any thread.
+    std::optional<std::uint16_t> port() const;
+    bool didFallBack() const;
+
+private:
+    struct Network;
+    class Connection;
+
+    EventListener(std::string token, PostToMain postToMain);
+    void startOnQueue(std::optional<std::uint16_t> preferredPort);
+    void accept(std::uint64_t generation);
+    void ready(std::uint16_t port);
+    void failed(std::optional<std::uint16_t> preferredPort);
+    void cancelled();
+    void notifyState(bool listening);
+    void deliver(HookEvent event);
+    void setPort(std::optional<std::uint16_t> port);
+
+    const std::string token_;
+    const PostToMain postToMain_;
+    std::unique_ptr<Network> network_;
+    std::function<void(HookEvent)> onEvent_;
+    std::function<void(bool)> onStateChange_;
+    std::atomic<bool> didFallBack_ = false;
+    mutable std::mutex portLock_;
+    std::optional<std::uint16_t> port_;
+};
+
+} // namespace norrow

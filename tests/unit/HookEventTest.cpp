@@ -1,0 +1,149 @@
+#include "core/HookEvent.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+
+namespace norrow {
+namespace {
+
+using json = nlohmann::json;
+
+std::optional<HookEvent> decoded(const char* text) { return HookEvent::decode(std::string_view(text)); }
+
+TEST(HookEventDecoding, OnlyTheHookNameCanMakeDecodingFail) {
+    struct Case {
+        const char* body;
+        bool decodes;
+    };
+    const Case cases[] = {
+        {R"({"hook_event_name":"Stop"})", true},
+        {R"({"hook_event_name":"SubagentStop","session_id":42})", true},
+        {R"({"hook_event_name":"PreToolUse"})", false},
+        {R"({"hook_event_name":"stop"})", false},
+        {R"({"hook_event_name":7})", false},
+        {R"({"session_id":"s"})", false},
+        {R"(["Stop"])", false},
+        {R"("Stop")", false},
+        {"", false},
+        {R"({"hook_event_name":"Stop",})", false},
+        {"{\"hook_event_name\":\"Stop\",\"message\":\"\xff\"}", false},
+        {R"({"hook_event_name":"Stop","message":"\ud800"})", false},
+    };
+    for (const auto& c : cases) EXPECT_EQ(decoded(c.body).has_value(), c.decodes) << c.body;
+}
+
+TEST(HookEventDecoding, MistypedOptionalFieldsBecomeAbsent) {
+    const auto event = decoded(R"({"hook_event_name":"Notification","session_id":42,
+        "stop_hook_active":"true","notification_type":"some_new_kind","cwd":null,
+        "message":"hi","prompt":["x"],"stats":{"tool_count":3}})");
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->hookEventName, HookEvent::Name::notification);
+    EXPECT_FALSE(event->sessionId);
+    EXPECT_FALSE(event->stopHookActive);
+    EXPECT_FALSE(event->notificationType);
+    EXPECT_FALSE(event->cwd);
+    EXPECT_FALSE(event->prompt);
+    EXPECT_EQ(event->message, "hi");
+    ASSERT_TRUE(event->stats);
+    EXPECT_EQ(*event->stats, HookEvent::Stats{});
+}
+
+TEST(HookEventDecoding, StatsFailAsAWhole) {
+    struct Case {
+        const char* stats;
+        std::optional<HookEvent::Stats> expected;
+    };
+    const Case cases[] = {
+        {R"({"toolCount":3,"costUSD":0.12})", HookEvent::Stats{3, {}, {}, {}, 0.12}},
+        {R"({"toolCount":"3"})", std::nullopt},
+        {R"({"toolCount":3.5})", std::nullopt},
+        {R"({"linesAdded":null,"linesRemoved":-4})", HookEvent::Stats{{}, {}, {}, -4, {}}},
+        {R"({"costUSD":2})", HookEvent::Stats{{}, {}, {}, {}, 2.0}},
+        {R"({"filesTouched":18446744073709551615})", std::nullopt},
+        {R"("many")", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        const std::string body = std::string(R"({"hook_event_name":"Stop","stats":)") + c.stats + "}";
+        const auto event = HookEvent::decode(std::string_view(body));
+        ASSERT_TRUE(event) << body;
+        EXPECT_EQ(event->stats, c.expected) << body;
+    }
+}
+
+TEST(HookEventEncoding, WritesPresentKeysInRecordOrderAndRoundTrips) {
+    HookEvent event(HookEvent::Name::notification);
+    event.termProgram = "vscode";
+    event.bridgeVersion = "1.2.0";
+    event.sessionId = "s1";
+    event.notificationType = HookEvent::NotificationType::idlePrompt;
+    event.stats = HookEvent::Stats{1, {}, 5, {}, {}};
+    EXPECT_EQ(event.encode().dump(),
+              R"({"hook_event_name":"Notification","session_id":"s1","notification_type":"idle_prompt",)"
+              R"("bridge_version":"1.2.0","term_program":"vscode","stats":{"toolCount":1,"linesAdded":5}})");
+    EXPECT_EQ(HookEvent::fromJson(json::parse(event.encode().dump())), event);
+}
+
+TEST(HookEventEncoding, EveryRealPayloadRoundTrips) {
+    int decodedCount = 0;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::filesystem::path(NORROW_CORPUS_DIR) / "hook-payloads")) {
+        if (entry.path().extension() != ".json") continue;
+        std::ifstream in(entry.path(), std::ios::binary);
+        const std::string body((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const auto event = HookEvent::decode(std::string_view(body));
+        if (!event) continue;
+        ++decodedCount;
+        EXPECT_EQ(HookEvent::fromJson(json::parse(event->encode().dump())), event) << entry.path();
+    }
+    EXPECT_GT(decodedCount, 30);
+}
+
+TEST(HookEventProperties, ProjectName) {
+    const std::pair<std::optional<std::string>, std::optional<std::string>> cases[] = {
+        {"/Users/a/proj/", "proj"}, {"/Users/a/proj", "proj"}, {"/", "/"}, {"", std::nullopt},
+        {std::nullopt, std::nullopt}, {"relative", "relative"}, {"///", "/"},
+    };
+    for (const auto& [cwd, name] : cases) {
+        HookEvent event(HookEvent::Name::stop);
+        event.cwd = cwd;
+        EXPECT_EQ(event.projectName(), name) << cwd.value_or("(absent)");
+    }
+}
+
+TEST(HookEventProperties, AgentLabel) {
+    const std::pair<std::optional<std::string>, const char*> cases[] = {
+        {"CODEX", "Codex"}, {"codex", "Codex"}, {"codex-cli", "Claude Code"}, {std::nullopt, "Claude Code"}};
+    for (const auto& [agent, label] : cases) {
+        HookEvent event(HookEvent::Name::stop);
+        event.agent = agent;
+        EXPECT_EQ(event.agentLabel(), label);
+    }
+}
+
+TEST(HookEventProperties, IntegratedTerminal) {
+    struct Case {
+        std::optional<std::string> program;
+        std::optional<std::string> bundle;
+        bool integrated;
+    };
+    const Case cases[] = {
+        {"VSCode", std::nullopt, true},
+        {std::nullopt, "COM.MICROSOFT.VSCODE", true},
+        {std::nullopt, "com.jetbrains.pycharm", true},
+        {std::nullopt, "com.todesktop.230313mzl4w4u92", true},
+        {std::nullopt, "com.apple.Terminal", false},
+        {"iTerm.app", "", false},
+        {std::nullopt, std::nullopt, false},
+    };
+    for (const auto& c : cases) {
+        HookEvent event(HookEvent::Name::stop);
+        event.termProgram = c.program;
+        event.termBundleId = c.bundle;
+        EXPECT_EQ(event.isIntegratedTerminal(), c.integrated) << c.bundle.value_or("-");
+    }
+}
+
+} // namespace
+} // namespace norrow
