@@ -12,6 +12,7 @@ int main(int argc, char** argv) {
     CLI::App app{"norrowctl: Norrow's command-line tool", "norrowctl"};
     app.require_subcommand(1);
     int status = norrow::cli::success;
+    norrow::cli::addServeCommand(app, status);
     norrow::cli::addVersionCommands(app, status);
 
     try {

@@ -1,0 +1,154 @@
+#include "cli/Cli.h"
+
+#include "app/shared/Credentials.h"
+#include "app/shared/SecretStore.h"
+#include "app/shared/UserDefaults.h"
+#include "core/BridgeConfig.h"
+#include "service/EventListener.h"
+
+#include <QCoreApplication>
+#include <QSocketNotifier>
+#include <QTimer>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <iostream>
+#include <unistd.h>
+
+namespace norrow::cli {
+namespace {
+
+struct ServeOptions {
+    std::optional<int> port;
+    std::optional<std::string> token;
+    std::optional<std::string> claudeFolder;
+    bool json = false;
+};
+
+// SIGINT and SIGTERM end the event loop through a self-pipe, the one thing a signal
+// handler may safely do.
+int signalPipe[2] = {-1, -1};
+
+void onSignal(int) {
+    const char byte = 1;
+    [[maybe_unused]] const auto ignored = ::write(signalPipe[1], &byte, 1);
+}
+
+void quitOnSignals(QObject* parent) {
+    if (::pipe(signalPipe) != 0) return;
+    ::fcntl(signalPipe[0], F_SETFD, FD_CLOEXEC);
+    ::fcntl(signalPipe[1], F_SETFD, FD_CLOEXEC);
+    auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, parent);
+    QObject::connect(notifier, &QSocketNotifier::activated, [] { QCoreApplication::quit(); });
+    struct sigaction action {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+}
+
+std::filesystem::path defaultClaudeFolder(const UserDefaults& defaults) {
+    if (const auto folder = defaults.string("claudeFolderOverride"); folder && !folder->isEmpty())
+        return folder->toStdString();
+    const char* home = std::getenv("HOME");
+    return std::filesystem::path(home != nullptr ? home : ".") / ".claude";
+}
+
+// The listener and what the app does around it, without any window: the bridge config is
+// published once per bound port, the port is remembered after a successful start.
+class Server {
+public:
+    Server(const ServeOptions& options, UserDefaults& defaults)
+        : options_(options), defaults_(defaults), credentials_(keychain_, defaults),
+          claudeFolder_(options.claudeFolder ? std::filesystem::path(*options.claudeFolder)
+                                             : defaultClaudeFolder(defaults)) {}
+
+    int run() {
+        token_ = options_.token ? *options_.token : credentials_.token();
+        listener_ = EventListener::create(token_, [](std::function<void()> task) {
+            QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(task), Qt::QueuedConnection);
+        });
+        listener_->setOnEvent([this](HookEvent event) { handle(event); });
+        listener_->setOnStateChange([this](bool listening) { stateChanged(listening); });
+        try {
+            listener_->start(preferredPort());
+        } catch (const EventListener::ListenerError& e) {
+            return refuse(e.what());
+        }
+        QTimer::singleShot(500, [this] {
+            if (const auto port = listener_->port()) credentials_.rememberPort(*port);
+        });
+        const int status = QCoreApplication::exec();
+        listener_->stop();
+        return status;
+    }
+
+private:
+    std::optional<std::uint16_t> preferredPort() const {
+        if (!options_.port) return credentials_.preferredPort();
+        if (*options_.port == 0) return std::nullopt;
+        return static_cast<std::uint16_t>(*options_.port);
+    }
+
+    void stateChanged(bool listening) {
+        const auto port = listener_->port();
+        if (listening && port) {
+            if (!announced_) std::cout << "listening on 127.0.0.1:" << *port << '\n' << std::flush;
+            announced_ = true;
+            publishBridgeConfig(*port);
+            return;
+        }
+        if (!announced_) {
+            std::cerr << "listener failed to start: no port could be bound on 127.0.0.1\n";
+            QCoreApplication::exit(refused);
+        }
+    }
+
+    void publishBridgeConfig(std::uint16_t port) {
+        if (publishedPort_ == port) return;
+        try {
+            BridgeConfig::write(port, token_, BridgeConfig::location(claudeFolder_));
+            publishedPort_ = port;
+        } catch (const std::exception& e) {
+            std::cerr << "Norrow: could not publish the bridge config: " << e.what() << '\n';
+        }
+    }
+
+    void handle(const HookEvent& event) {
+        if (options_.json) printJson(event.encode());
+    }
+
+    const ServeOptions& options_;
+    UserDefaults& defaults_;
+    KeychainStore keychain_;
+    Credentials credentials_;
+    std::filesystem::path claudeFolder_;
+    std::string token_;
+    std::shared_ptr<EventListener> listener_;
+    std::optional<std::uint16_t> publishedPort_;
+    bool announced_ = false;
+};
+
+} // namespace
+
+void addServeCommand(CLI::App& app, int& status) {
+    auto* serve = app.add_subcommand("serve", "Run the loopback event listener without any GUI");
+    auto options = std::make_shared<ServeOptions>();
+    serve->add_option_function<int>("--port", [options](const int& port) { options->port = port; },
+                                    "Preferred port (0: any free port)")
+        ->check(CLI::Range(0, 65535));
+    serve->add_option_function<std::string>("--token", [options](const std::string& t) { options->token = t; },
+                                            "Bearer token to demand (default: the stored bridge token)");
+    serve->add_option_function<std::string>(
+        "--claude-folder", [options](const std::string& f) { options->claudeFolder = f; },
+        "Claude Code folder where norrow/config.json is published");
+    serve->add_flag("--json", options->json, "Print every accepted event as one JSON line");
+    serve->callback([options, &status] {
+        UserDefaults defaults;
+        quitOnSignals(QCoreApplication::instance());
+        status = Server(*options, defaults).run();
+    });
+}
+
+} // namespace norrow::cli
