@@ -1,14 +1,19 @@
 #include "cli/Cli.h"
 
 #include "app/shared/Credentials.h"
+#include "app/shared/EventHandler.h"
 #include "app/shared/SecretStore.h"
+#include "app/shared/SuppressionRules.h"
 #include "app/shared/UserDefaults.h"
 #include "core/BridgeConfig.h"
+#include "core/SessionNames.h"
+#include "core/SessionStore.h"
 #include "service/EventListener.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
 #include <QTimer>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -55,14 +60,25 @@ std::filesystem::path defaultClaudeFolder(const UserDefaults& defaults) {
     return std::filesystem::path(home != nullptr ? home : ".") / ".claude";
 }
 
+// One printed line per alert: the kind, the project, the summary and the duration.
+std::string alertLine(const EventHandler::Alert& alert, const std::string& name) {
+    std::string line = std::string(symbol(alert.result.kind)) + " " + std::string(label(alert.result.kind));
+    if (!name.empty()) line += " \u00b7 " + name;
+    line += " \u00b7 " + alert.result.text;
+    if (alert.result.durationText) line += " (" + *alert.result.durationText + ")";
+    return line;
+}
+
 // The listener and what the app does around it, without any window: the bridge config is
-// published once per bound port, the port is remembered after a successful start.
+// published once per bound port, the port is remembered after a successful start, and
+// events go through the app's alert rules with the frontmost application unknown.
 class Server {
 public:
     Server(const ServeOptions& options, UserDefaults& defaults)
         : options_(options), defaults_(defaults), credentials_(keychain_, defaults),
           claudeFolder_(options.claudeFolder ? std::filesystem::path(*options.claudeFolder)
-                                             : defaultClaudeFolder(defaults)) {}
+                                             : defaultClaudeFolder(defaults)),
+          rules_(defaults), handler_(turns_, names_, rules_) {}
 
     int run() {
         token_ = options_.token ? *options_.token : credentials_.token();
@@ -79,6 +95,10 @@ public:
         QTimer::singleShot(500, [this] {
             if (const auto port = listener_->port()) credentials_.rememberPort(*port);
         });
+        // Turns whose "Stop" never came are forgotten, as in the app.
+        QTimer sweep;
+        QObject::connect(&sweep, &QTimer::timeout, [this] { turns_.sweep(std::chrono::system_clock::now()); });
+        sweep.start(std::chrono::seconds(900));
         const int status = QCoreApplication::exec();
         listener_->stop();
         return status;
@@ -117,6 +137,15 @@ private:
 
     void handle(const HookEvent& event) {
         if (options_.json) printJson(event.encode());
+        const auto outcome = handler_.handle(event, std::nullopt, std::chrono::system_clock::now());
+        if (options_.json || !outcome.alert) return;
+        std::cout << alertLine(*outcome.alert, sessionName(event)) << '\n' << std::flush;
+    }
+
+    std::string sessionName(const HookEvent& event) {
+        if (const auto project = event.projectName()) return *project;
+        if (!event.sessionId) return {};
+        return names_.displayName(*event.sessionId, SessionNames::projectsFolder(claudeFolder_));
     }
 
     const ServeOptions& options_;
@@ -125,6 +154,10 @@ private:
     Credentials credentials_;
     std::filesystem::path claudeFolder_;
     std::string token_;
+    SessionStore turns_;
+    SessionNames names_;
+    SuppressionRules rules_;
+    EventHandler handler_;
     std::shared_ptr<EventListener> listener_;
     std::optional<std::uint16_t> publishedPort_;
     bool announced_ = false;

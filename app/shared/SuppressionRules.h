@@ -1,0 +1,39 @@
+#pragma once
+
+#include "app/shared/UserDefaults.h"
+#include "core/HookEvent.h"
+#include "core/Summary.h"
+
+#include <optional>
+#include <string>
+
+namespace norrow {
+
+// The user's interruption rules, read afresh from the settings on every decision so a
+// change in the menu applies to the next event.
+class SuppressionRules {
+public:
+    // Registers the rules' defaults (never written) on the store it reads.
+    explicit SuppressionRules(UserDefaults& defaults);
+
+    bool enabled() const;
+    double minimumDuration() const;
+    bool onlyIfAway() const;
+    QStringList mutedProjects() const;
+
+    void setEnabled(bool enabled);
+    void setMinimumDuration(double seconds);
+    void setOnlyIfAway(bool onlyIfAway);
+
+    // Whether an alert of `kind` for `event` is held back: muted projects always; the
+    // minimum duration and the only-if-away rule only when enabled, and never for waiting
+    // alerts. Unknown durations and unknown frontmost applications never hold an alert back.
+    bool holdsBack(const HookEvent& event, SummaryKind kind, std::optional<double> duration,
+                   const std::optional<std::string>& frontmostAtStart,
+                   const std::optional<std::string>& frontmostNow) const;
+
+private:
+    UserDefaults& defaults_;
+};
+
+} // namespace norrow
