@@ -1,10 +1,9 @@
-#include "cli/Cli.h"
-
 #include "app/shared/Credentials.h"
 #include "app/shared/EventHandler.h"
 #include "app/shared/SecretStore.h"
 #include "app/shared/SuppressionRules.h"
 #include "app/shared/UserDefaults.h"
+#include "cli/Cli.h"
 #include "core/BridgeConfig.h"
 #include "core/SessionNames.h"
 #include "core/SessionStore.h"
@@ -62,7 +61,8 @@ std::filesystem::path defaultClaudeFolder(const UserDefaults& defaults) {
 
 // One printed line per alert: the kind, the project, the summary and the duration.
 std::string alertLine(const EventHandler::Alert& alert, const std::string& name) {
-    std::string line = std::string(symbol(alert.result.kind)) + " " + std::string(label(alert.result.kind));
+    std::string line =
+        std::string(symbol(alert.result.kind)) + " " + std::string(label(alert.result.kind));
     if (!name.empty()) line += " \u00b7 " + name;
     line += " \u00b7 " + alert.result.text;
     if (alert.result.durationText) line += " (" + *alert.result.durationText + ")";
@@ -83,7 +83,8 @@ public:
     int run() {
         token_ = options_.token ? *options_.token : credentials_.token();
         listener_ = EventListener::create(token_, [](std::function<void()> task) {
-            QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(task), Qt::QueuedConnection);
+            QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(task),
+                                      Qt::QueuedConnection);
         });
         listener_->setOnEvent([this](HookEvent event) { handle(event); });
         listener_->setOnStateChange([this](bool listening) { stateChanged(listening); });
@@ -97,7 +98,8 @@ public:
         });
         // Turns whose "Stop" never came are forgotten, as in the app.
         QTimer sweep;
-        QObject::connect(&sweep, &QTimer::timeout, [this] { turns_.sweep(std::chrono::system_clock::now()); });
+        QObject::connect(&sweep, &QTimer::timeout,
+                         [this] { turns_.sweep(std::chrono::system_clock::now()); });
         sweep.start(std::chrono::seconds(900));
         const int status = QCoreApplication::exec();
         listener_->stop();
@@ -114,9 +116,10 @@ private:
     void stateChanged(bool listening) {
         const auto port = listener_->port();
         if (listening && port) {
+            // Published before the announcement, so whoever waits for it finds the file.
+            publishBridgeConfig(*port);
             if (!announced_) std::cout << "listening on 127.0.0.1:" << *port << '\n' << std::flush;
             announced_ = true;
-            publishBridgeConfig(*port);
             return;
         }
         if (!announced_) {
@@ -168,11 +171,14 @@ private:
 void addServeCommand(CLI::App& app, int& status) {
     auto* serve = app.add_subcommand("serve", "Run the loopback event listener without any GUI");
     auto options = std::make_shared<ServeOptions>();
-    serve->add_option_function<int>("--port", [options](const int& port) { options->port = port; },
-                                    "Preferred port (0: any free port)")
+    serve
+        ->add_option_function<int>(
+            "--port", [options](const int& port) { options->port = port; },
+            "Preferred port (0: any free port)")
         ->check(CLI::Range(0, 65535));
-    serve->add_option_function<std::string>("--token", [options](const std::string& t) { options->token = t; },
-                                            "Bearer token to demand (default: the stored bridge token)");
+    serve->add_option_function<std::string>(
+        "--token", [options](const std::string& t) { options->token = t; },
+        "Bearer token to demand (default: the stored bridge token)");
     serve->add_option_function<std::string>(
         "--claude-folder", [options](const std::string& f) { options->claudeFolder = f; },
         "Claude Code folder where norrow/config.json is published");

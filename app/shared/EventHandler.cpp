@@ -6,12 +6,14 @@ namespace {
 // Notifications that ask for the user; completion and auth notices need nothing.
 bool interrupts(const std::optional<HookEvent::NotificationType>& type) {
     using Type = HookEvent::NotificationType;
-    return type == Type::permissionPrompt || type == Type::idlePrompt || type == Type::agentNeedsInput;
+    return type == Type::permissionPrompt || type == Type::idlePrompt ||
+           type == Type::agentNeedsInput;
 }
 
 } // namespace
 
-EventHandler::Outcome EventHandler::handle(const HookEvent& event, const std::optional<std::string>& frontmostNow,
+EventHandler::Outcome EventHandler::handle(const HookEvent& event,
+                                           const std::optional<std::string>& frontmostNow,
                                            SessionStore::TimePoint now) {
     switch (event.hookEventName) {
     case HookEvent::Name::userPromptSubmit:
@@ -26,7 +28,8 @@ EventHandler::Outcome EventHandler::handle(const HookEvent& event, const std::op
         if (!interrupts(event.notificationType)) return {};
         const auto turn = turns_.peek(event.promptId);
         if (!turn) return present(event, std::nullopt, std::nullopt, frontmostNow);
-        return present(event, SessionStore::seconds(turn->startedAt, now), turn->frontmostAtStart, frontmostNow);
+        return present(event, SessionStore::seconds(turn->startedAt, now), turn->frontmostAtStart,
+                       frontmostNow);
     }
     case HookEvent::Name::sessionEnd:
     case HookEvent::Name::subagentStop:
@@ -41,8 +44,10 @@ EventHandler::Outcome EventHandler::present(const HookEvent& event, std::optiona
     SummaryBridge::Result result = SummaryBridge::summarize(event, duration);
     names_.remember(event);
     if (event.sessionId) lastEventBySession_.insert_or_assign(*event.sessionId, event);
-    if (event.bridgeVersion && !event.bridgeVersion->empty()) lastBridgeVersion_ = event.bridgeVersion;
-    if (rules_.holdsBack(event, result.kind, duration, frontmostAtStart, frontmostNow)) return {true, std::nullopt};
+    if (event.bridgeVersion && !event.bridgeVersion->empty())
+        lastBridgeVersion_ = event.bridgeVersion;
+    if (rules_.holdsBack(event, result.kind, duration, frontmostAtStart, frontmostNow))
+        return {true, std::nullopt};
     return {true, Alert{event, std::move(result)}};
 }
 

@@ -34,7 +34,9 @@ public:
     Outcome handle(const HookEvent& event, const std::optional<std::string>& frontmostNow,
                    SessionStore::TimePoint now);
 
-    const std::map<std::string, HookEvent>& lastEventBySession() const { return lastEventBySession_; }
+    const std::map<std::string, HookEvent>& lastEventBySession() const {
+        return lastEventBySession_;
+    }
     const std::optional<std::string>& lastBridgeVersion() const { return lastBridgeVersion_; }
 
 private:

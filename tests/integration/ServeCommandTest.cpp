@@ -1,0 +1,121 @@
+#include "core/BridgeConfig.h"
+#include "support/Process.h"
+#include "support/TempDir.h"
+
+#include <arpa/inet.h>
+#include <csignal>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace norrow {
+namespace {
+
+constexpr const char* kToken = "serve-test-token";
+
+// Posts one event with curl and gives curl's output (the reply body).
+std::string post(std::uint16_t port, const std::string& body, const std::string& token = kToken) {
+    // The token travels in curl's config on stdin, never in an argument.
+    const std::string config = "header = \"Authorization: Bearer " + token + "\"\n";
+    return test::run({"curl", "-s", "-K", "-", "--data-binary", body,
+                      "http://127.0.0.1:" + std::to_string(port) + "/v1/event"},
+                     config)
+        .out;
+}
+
+class ServeTest : public ::testing::Test {
+protected:
+    std::unique_ptr<test::Process> serve(std::vector<std::string> extra) {
+        std::vector<std::string> argv = {NORROWCTL, "serve",           "--token",
+                                         kToken,    "--claude-folder", (dir / "claude").string()};
+        argv.insert(argv.end(), extra.begin(), extra.end());
+        return std::make_unique<test::Process>(
+            argv, test::Environment{{"XDG_CONFIG_HOME", (dir / "config").string()}});
+    }
+
+    static std::uint16_t portOf(const std::optional<std::string>& line) {
+        const std::string prefix = "listening on 127.0.0.1:";
+        if (!line || line->rfind(prefix, 0) != 0) return 0;
+        return static_cast<std::uint16_t>(std::stoi(line->substr(prefix.size())));
+    }
+
+    void setting(const std::string& line) {
+        std::filesystem::create_directories(dir / "config" / "qelvane");
+        std::ofstream(dir / "config" / "qelvane" / "Norrow.conf", std::ios::app) << "[General]\n"
+                                                                                 << line << "\n";
+    }
+
+    test::TempDir dir;
+};
+
+TEST_F(ServeTest, JsonModeEchoesEveryAcceptedEventAndPublishesTheConfig) {
+    auto server = serve({"--port", "0", "--json"});
+    const std::uint16_t port = portOf(server->readLine());
+    ASSERT_NE(port, 0);
+    EXPECT_EQ(BridgeConfig::read(BridgeConfig::location(dir / "claude")),
+              (BridgeConfig{port, kToken}));
+
+    EXPECT_EQ(post(port, R"({"hook_event_name":"Stop","session_id":"s","unknown":1})"), "ok");
+    EXPECT_EQ(post(port, R"({"hook_event_name":"Stop"})", "wrong"), "unauthorized");
+    EXPECT_EQ(post(port, R"({"hook_event_name":"PreToolUse"})"), "undecodable event");
+    EXPECT_EQ(server->readLine(), R"({"hook_event_name":"Stop","session_id":"s"})");
+    EXPECT_EQ(server->stop(SIGTERM), 0);
+    EXPECT_EQ(server->errors().find(kToken), std::string::npos);
+}
+
+TEST_F(ServeTest, PrintsOneLinePerAlertByTheUsersRules) {
+    setting("rule.minimumDuration=0");
+    auto server = serve({"--port", "0"});
+    const std::uint16_t port = portOf(server->readLine());
+    ASSERT_NE(port, 0);
+    post(
+        port,
+        R"({"hook_event_name":"UserPromptSubmit","prompt_id":"p","session_id":"s","cwd":"/w/proj"})");
+    post(port, R"({"hook_event_name":"Stop","prompt_id":"p","session_id":"s","cwd":"/w/proj",)"
+               R"("last_assistant_message":"Fixed the **bug**. Tests pass."})");
+    post(
+        port,
+        R"({"hook_event_name":"Notification","notification_type":"agent_completed","message":"done"})");
+    post(port, R"({"hook_event_name":"Notification","notification_type":"permission_prompt",)"
+               R"("session_id":"0123456789abcdef","message":"Claude needs your permission"})");
+    EXPECT_EQ(server->readLine(), "\u2705 Done \u00b7 proj \u00b7 Fixed the bug. Tests pass. (0s)");
+    EXPECT_EQ(server->readLine(),
+              "\u23f8\ufe0f Waiting \u00b7 01234567 \u00b7 Claude needs your permission");
+    EXPECT_EQ(server->stop(SIGINT), 0);
+}
+
+TEST_F(ServeTest, ABusyPreferredPortFallsBackAndIsRemembered) {
+    const int holder = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::bind(holder, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(holder, 1), 0);
+    socklen_t length = sizeof address;
+    ::getsockname(holder, reinterpret_cast<sockaddr*>(&address), &length);
+    const std::uint16_t busy = ntohs(address.sin_port);
+
+    setting("listenerPort=" + std::to_string(busy));
+    auto server = serve({});
+    const std::uint16_t port = portOf(server->readLine());
+    ASSERT_NE(port, 0);
+    EXPECT_NE(port, busy);
+    EXPECT_EQ(post(port, R"({"hook_event_name":"Stop"})"), "ok");
+    ::usleep(800'000);
+    EXPECT_EQ(server->stop(SIGTERM), 0);
+    std::ifstream settings(dir / "config" / "qelvane" / "Norrow.conf");
+    const std::string text((std::istreambuf_iterator<char>(settings)),
+                           std::istreambuf_iterator<char>());
+    EXPECT_NE(text.find("listenerPort=" + std::to_string(port)), std::string::npos) << text;
+    ::close(holder);
+}
+
+TEST_F(ServeTest, RejectsAnInvalidPort) {
+    const auto result = test::run({NORROWCTL, "serve", "--port", "70000"});
+    EXPECT_EQ(result.status, 2);
+}
+
+} // namespace
+} // namespace norrow
