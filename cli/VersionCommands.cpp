@@ -15,7 +15,8 @@ void addVersionCommands(CLI::App& app, int& status) {
         }
     });
 
-    auto* newer = version->add_subcommand("newer", "Whether CANDIDATE is a later release than BASE");
+    auto* newer =
+        version->add_subcommand("newer", "Whether CANDIDATE is a later release than BASE");
     auto candidate = std::make_shared<std::string>();
     auto base = std::make_shared<std::string>();
     newer->add_option("CANDIDATE", *candidate)->required();
@@ -25,12 +26,15 @@ void addVersionCommands(CLI::App& app, int& status) {
         status = success;
     });
 
-    auto* stale = version->add_subcommand("bridge-stale", "Whether a bridge reporting REPORTED is stale");
+    auto* stale =
+        version->add_subcommand("bridge-stale", "Whether a bridge reporting REPORTED is stale");
     auto reported = std::make_shared<std::optional<std::string>>();
     auto running = std::make_shared<std::optional<std::string>>();
-    stale->add_option_function<std::string>("REPORTED", [reported](const std::string& v) { *reported = v; });
-    stale->add_option_function<std::string>("--current", [running](const std::string& v) { *running = v; },
-                                            "The running version (default: this build's)");
+    stale->add_option_function<std::string>("REPORTED",
+                                            [reported](const std::string& v) { *reported = v; });
+    stale->add_option_function<std::string>(
+        "--current", [running](const std::string& v) { *running = v; },
+        "The running version (default: this build's)");
     stale->callback([reported, running, &status] {
         const std::string current = running->value_or(AppVersion::current());
         std::cout << (AppVersion::bridgeIsStale(*reported, current) ? "true" : "false") << '\n';

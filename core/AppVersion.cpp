@@ -47,7 +47,8 @@ bool AppVersion::isNewer(std::string_view candidate, std::string_view base) {
     return false;
 }
 
-bool AppVersion::bridgeIsStale(const std::optional<std::string>& reported, std::string_view running) {
+bool AppVersion::bridgeIsStale(const std::optional<std::string>& reported,
+                               std::string_view running) {
     if (running == development) return false;
     if (!reported || reported->empty() || *reported == development) return false;
     return *reported != running;

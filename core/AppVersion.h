@@ -26,6 +26,7 @@ public:
     }
     static bool bridgeIsStale(const std::optional<std::string>& reported, std::string_view running);
 
+private:
     // The dot-separated non-negative integers of a version, or absent when unreadable.
     static std::optional<std::vector<unsigned long long>> numbers(std::string_view version);
 };

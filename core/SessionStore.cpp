@@ -1,0 +1,50 @@
+#include "core/SessionStore.h"
+
+#include <utility>
+
+namespace norrow {
+
+bool SessionStore::begin(const HookEvent& event, std::optional<std::string> frontmost,
+                         TimePoint now) {
+    if (!event.promptId) return false;
+    OpenTurn turn{*event.promptId,     event.sessionId, event.cwd, event.prompt, now,
+                  std::move(frontmost)};
+    const std::lock_guard guard(lock_);
+    open_.insert_or_assign(turn.promptId, std::move(turn));
+    return true;
+}
+
+std::optional<SessionStore::Finished> SessionStore::finish(const HookEvent& event, TimePoint now) {
+    if (!event.promptId) return std::nullopt;
+    std::unordered_map<std::string, OpenTurn>::node_type node;
+    {
+        const std::lock_guard guard(lock_);
+        node = open_.extract(*event.promptId);
+    }
+    if (!node) return std::nullopt;
+    const double duration = seconds(node.mapped().startedAt, now);
+    return Finished{std::move(node.mapped()), duration};
+}
+
+std::optional<SessionStore::OpenTurn>
+SessionStore::peek(const std::optional<std::string>& promptId) const {
+    if (!promptId) return std::nullopt;
+    const std::lock_guard guard(lock_);
+    const auto found = open_.find(*promptId);
+    if (found == open_.end()) return std::nullopt;
+    return found->second;
+}
+
+std::size_t SessionStore::sweep(TimePoint now) {
+    const std::lock_guard guard(lock_);
+    return std::erase_if(open_, [&](const auto& entry) {
+        return !(seconds(entry.second.startedAt, now) < staleAfter_);
+    });
+}
+
+std::size_t SessionStore::openCount() const {
+    const std::lock_guard guard(lock_);
+    return open_.size();
+}
+
+} // namespace norrow
