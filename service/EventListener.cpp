@@ -19,29 +19,28 @@ struct EventListener::Network {
 // One request on one connection: read until the bytes parse, answer once, close.
 class EventListener::Connection : public std::enable_shared_from_this<Connection> {
 public:
-    Connection(asio::ip::tcp::socket socket, std::weak_ptr<EventListener> service)
-        : socket_(std::move(socket)), service_(std::move(service)) {}
+    Connection(asio::ip::tcp::socket socket, EventListener& service)
+        : socket_(std::move(socket)), service_(service) {}
 
     void receive() {
         auto self = shared_from_this();
-        socket_.async_read_some(asio::buffer(chunk_), [self](const asio::error_code& error, std::size_t n) {
-            self->received(error, n);
-        });
+        socket_.async_read_some(
+            asio::buffer(chunk_),
+            [self](const asio::error_code& error, std::size_t n) { self->received(error, n); });
     }
 
 private:
     void received(const asio::error_code& error, std::size_t n) {
-        const auto service = service_.lock();
-        if (!service) return close();
         const bool peerFinished = error == asio::error::eof;
         if (error && !peerFinished) return close();
         buffer_.append(chunk_.data(), n);
-        if (buffer_.size() > RequestProtocol::maxRequestBytes) return respond(RequestProtocol::payloadTooLarge(), {});
+        if (buffer_.size() > RequestProtocol::maxRequestBytes)
+            return respond(RequestProtocol::payloadTooLarge(), {});
         auto result = RequestProtocol::parse(buffer_);
         if (auto* bad = std::get_if<RequestProtocol::Bad>(&result))
             return respond({400, std::move(bad->message)}, {});
         if (auto* request = std::get_if<RequestProtocol::Request>(&result)) {
-            auto decision = RequestProtocol::dispatch(*request, service->token_);
+            auto decision = RequestProtocol::dispatch(*request, service_.token_);
             return respond(std::move(decision.reply), std::move(decision.event));
         }
         if (peerFinished) return respond(RequestProtocol::incompleteRequest(), {});
@@ -52,12 +51,13 @@ private:
     void respond(const RequestProtocol::Reply& reply, std::optional<HookEvent> event) {
         reply_ = reply.bytes();
         auto self = shared_from_this();
-        asio::async_write(socket_, asio::buffer(reply_),
-                          [self, event = std::move(event)](const asio::error_code&, std::size_t) mutable {
-                              self->close();
-                              if (!event) return;
-                              if (const auto service = self->service_.lock()) service->deliver(std::move(*event));
-                          });
+        asio::async_write(
+            socket_, asio::buffer(reply_),
+            [self, event = std::move(event)](const asio::error_code&, std::size_t) mutable {
+                self->close();
+                if (!event) return;
+                self->service_.deliver(std::move(*event));
+            });
     }
 
     void close() {
@@ -67,28 +67,35 @@ private:
     }
 
     asio::ip::tcp::socket socket_;
-    std::weak_ptr<EventListener> service_;
+    EventListener& service_;
     std::array<char, RequestProtocol::maxReadBytes> chunk_{};
     std::string buffer_;
     std::string reply_;
 };
 
 std::shared_ptr<EventListener> EventListener::create(std::string token, PostToMain postToMain) {
-    return std::shared_ptr<EventListener>(new EventListener(std::move(token), std::move(postToMain)));
+    return std::shared_ptr<EventListener>(
+        new EventListener(std::move(token), std::move(postToMain)));
 }
 
 EventListener::EventListener(std::string token, PostToMain postToMain)
-    : token_(std::move(token)), postToMain_(std::move(postToMain)), network_(std::make_unique<Network>()) {
+    : token_(std::move(token)), postToMain_(std::move(postToMain)),
+      network_(std::make_unique<Network>()) {
     network_->thread = std::thread([network = network_.get()] { network->io.run(); });
 }
 
+// Network handlers refer to the service directly rather than owning it: the network thread
+// never holds the last reference, so this always runs elsewhere and can wait for that thread,
+// after which no handler can touch the service or post to the main thread any more.
 EventListener::~EventListener() {
     network_->work.reset();
     network_->io.stop();
     if (network_->thread.joinable()) network_->thread.join();
 }
 
-void EventListener::setOnEvent(std::function<void(HookEvent)> onEvent) { onEvent_ = std::move(onEvent); }
+void EventListener::setOnEvent(std::function<void(HookEvent)> onEvent) {
+    onEvent_ = std::move(onEvent);
+}
 
 void EventListener::setOnStateChange(std::function<void(bool)> onStateChange) {
     onStateChange_ = std::move(onStateChange);
@@ -98,13 +105,15 @@ void EventListener::start(std::optional<std::uint16_t> preferredPort) {
     // A socket that cannot even be created is the one failure reported to the caller;
     // binding problems arrive later as a failed state, like any listener's.
     asio::error_code error;
-    asio::ip::tcp::socket probe(network_->io);
-    probe.open(asio::ip::tcp::v4(), error);
+    try {
+        // The first socket also sets up the network machinery, which needs descriptors too.
+        asio::ip::tcp::socket probe(network_->io);
+        probe.open(asio::ip::tcp::v4(), error);
+    } catch (const std::system_error& e) {
+        error = e.code();
+    }
     if (error) throw ListenerError(error.message());
-    probe.close(error);
-    asio::post(network_->io, [weak = weak_from_this(), preferredPort] {
-        if (const auto self = weak.lock()) self->startOnQueue(preferredPort);
-    });
+    asio::post(network_->io, [this, preferredPort] { startOnQueue(preferredPort); });
 }
 
 void EventListener::startOnQueue(std::optional<std::uint16_t> preferredPort) {
@@ -115,7 +124,8 @@ void EventListener::startOnQueue(std::optional<std::uint16_t> preferredPort) {
     const std::uint64_t generation = ++network_->generation;
     auto acceptor = std::make_shared<asio::ip::tcp::acceptor>(network_->io);
     network_->acceptor = acceptor;
-    const asio::ip::tcp::endpoint endpoint(asio::ip::address_v4::loopback(), preferredPort.value_or(0));
+    const asio::ip::tcp::endpoint endpoint(asio::ip::address_v4::loopback(),
+                                           preferredPort.value_or(0));
     asio::error_code error;
     acceptor->open(endpoint.protocol(), error);
     if (!error) acceptor->set_option(asio::socket_base::reuse_address(true), error);
@@ -133,34 +143,31 @@ void EventListener::startOnQueue(std::optional<std::uint16_t> preferredPort) {
 void EventListener::accept(std::uint64_t generation) {
     const auto acceptor = network_->acceptor;
     if (!acceptor || generation != network_->generation) return;
-    acceptor->async_accept([weak = weak_from_this(), generation](const asio::error_code& error,
-                                                               asio::ip::tcp::socket socket) {
-        const auto self = weak.lock();
-        if (!self) return;
-        if (error == asio::error::operation_aborted) {
-            if (generation == self->network_->generation) self->cancelled();
-            return;
-        }
-        if (!error) {
-            std::make_shared<Connection>(std::move(socket), weak)->receive();
-            return self->accept(generation);
-        }
-        // Out of descriptors or a connection reset before accept: keep listening, but give
-        // the system a moment so a persistent error does not spin.
-        auto timer = std::make_shared<asio::steady_timer>(self->network_->io, std::chrono::milliseconds(10));
-        timer->async_wait([weak, generation, timer](const asio::error_code&) {
-            if (const auto again = weak.lock()) again->accept(generation);
+    acceptor->async_accept(
+        [this, generation](const asio::error_code& error, asio::ip::tcp::socket socket) {
+            if (error == asio::error::operation_aborted) {
+                if (generation == network_->generation) cancelled();
+                return;
+            }
+            if (!error) {
+                std::make_shared<Connection>(std::move(socket), *this)->receive();
+                return accept(generation);
+            }
+            // Out of descriptors or a connection reset before accept: keep listening, but give
+            // the system a moment so a persistent error does not spin.
+            auto timer =
+                std::make_shared<asio::steady_timer>(network_->io, std::chrono::milliseconds(10));
+            timer->async_wait(
+                [this, generation, timer](const asio::error_code&) { accept(generation); });
         });
-    });
 }
 
 void EventListener::stop() {
-    asio::post(network_->io, [weak = weak_from_this()] {
-        const auto self = weak.lock();
-        if (!self || !self->network_->acceptor) return;
+    asio::post(network_->io, [this] {
+        if (!network_->acceptor) return;
         asio::error_code ignored;
-        self->network_->acceptor->close(ignored);
-        self->network_->acceptor.reset();
+        network_->acceptor->close(ignored);
+        network_->acceptor.reset();
     });
     setPort(std::nullopt);
     notifyState(false);
@@ -204,7 +211,9 @@ std::optional<std::uint16_t> EventListener::port() const {
     return port_;
 }
 
-bool EventListener::didFallBack() const { return didFallBack_; }
+bool EventListener::didFallBack() const {
+    return didFallBack_;
+}
 
 void EventListener::setPort(std::optional<std::uint16_t> port) {
     const std::lock_guard lock(portLock_);
