@@ -1,0 +1,22 @@
+#include "app/shared/SummaryBridge.h"
+
+#include "core/Summarizer.h"
+
+namespace norrow {
+
+SummaryBridge::Result SummaryBridge::summarize(const HookEvent& event,
+                                               std::optional<double> duration) {
+    if (event.hookEventName != HookEvent::Name::notification) {
+        Summary summary = Summarizer::summarize(event, duration);
+        return {std::move(summary.text), summary.kind, std::move(summary.statLine),
+                std::move(summary.durationText)};
+    }
+    // A notification shows its message as sent; only a direct request for input counts as
+    // needing the user, everything else waits.
+    const bool needsInput = event.notificationType == HookEvent::NotificationType::agentNeedsInput;
+    return {event.message.value_or("Waiting for you"),
+            needsInput ? SummaryKind::needsYou : SummaryKind::waiting, std::nullopt,
+            Summarizer::durationText(duration)};
+}
+
+} // namespace norrow

@@ -1,0 +1,131 @@
+// Summary pipeline speed: typical throughput of stripping real messages, and the worst cases
+// (one megabyte of a single markup character, unclosed constructs, giant words, paragraphs
+// and nesting) at three sizes, to show the time grows linearly with the input.
+#include "core/MarkdownStripper.h"
+#include "core/Summarizer.h"
+
+#include <benchmark/benchmark.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace {
+
+using norrow::MarkdownStripper;
+using norrow::Summarizer;
+
+// Every assistant message of the corpus, in file order, separated by blank lines.
+const std::string& corpus() {
+    static const std::string text = [] {
+        std::vector<std::filesystem::path> files;
+        for (const auto& entry : std::filesystem::directory_iterator(
+                 std::filesystem::path(NORROW_CORPUS_DIR) / "assistant-messages"))
+            if (entry.path().extension() == ".md") files.push_back(entry.path());
+        std::sort(files.begin(), files.end());
+        std::string all;
+        for (const auto& file : files) {
+            std::ifstream in(file, std::ios::binary);
+            all.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+            all += "\n\n";
+        }
+        return all;
+    }();
+    return text;
+}
+
+void StripCorpus(benchmark::State& state) {
+    const std::string& text = corpus();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(MarkdownStripper::strip(text));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(text.size()));
+}
+BENCHMARK(StripCorpus)->Unit(benchmark::kMillisecond);
+
+std::string repeated(std::string_view unit, std::size_t size) {
+    std::string text;
+    text.reserve(size + unit.size());
+    while (text.size() < size)
+        text += unit;
+    text.resize(size);
+    return text;
+}
+
+// "x" and then backtick runs of lengths 1, 2, 3, …: none of them is ever closed.
+std::string distinctBacktickRuns(std::size_t size) {
+    std::string text = "x";
+    for (std::size_t length = 1; text.size() < size; ++length)
+        text += " " + std::string(length, '`');
+    text.resize(size);
+    return text;
+}
+
+std::string nestedList(std::size_t size) {
+    std::string text;
+    for (std::size_t depth = 0; text.size() < size; ++depth)
+        text += std::string(2 * (depth % 300), ' ') + "- item **" + std::to_string(depth) +
+                "** [link](u)\n";
+    text.resize(size);
+    return text;
+}
+
+struct WorstCase {
+    const char* name;
+    std::function<std::string(std::size_t)> make;
+};
+
+const std::vector<WorstCase>& worstCases() {
+    static const std::vector<WorstCase> cases = {
+        {"stars", [](std::size_t n) { return "x" + repeated("*", n); }},
+        {"underscores", [](std::size_t n) { return "x" + repeated("_", n); }},
+        {"tildes", [](std::size_t n) { return "x" + repeated("~", n); }},
+        {"backticks", [](std::size_t n) { return "x" + repeated("`", n); }},
+        {"backtickRuns", distinctBacktickRuns},
+        {"brackets", [](std::size_t n) { return repeated("[", n); }},
+        {"imageOpeners", [](std::size_t n) { return repeated("![", n); }},
+        {"linkLabels", [](std::size_t n) { return repeated("[a](", n); }},
+        {"angles", [](std::size_t n) { return repeated("<", n); }},
+        {"comments", [](std::size_t n) { return repeated("<!--", n); }},
+        {"autolinks", [](std::size_t n) { return repeated("<a:", n) + " >"; }},
+        {"ampChain", [](std::size_t n) { return "&" + repeated("amp;", n); }},
+        {"paragraph",
+         [](std::size_t n) {
+             return repeated("Lorem ipsum *dolor* sit `amet`, e.g. see [x](y).\n", n);
+         }},
+        {"word", [](std::size_t n) { return repeated("a", n); }},
+        {"wordWithSlash", [](std::size_t n) { return repeated("a", n) + "/"; }},
+        {"nestedList", nestedList},
+        {"nestedQuote", [](std::size_t n) { return repeated("> ", n) + "text"; }},
+        // Beyond markup: text that needs the full character segmentation everywhere, and
+        // placeholders forged in the message, which must not multiply a code span.
+        {"extra-nonAscii",
+         [](std::size_t n) { return repeated("Grüße, 世界 \u2705 \U0001F44D\U0001F3FD ok. ", n); }},
+        {"extra-forgedSpans",
+         [](std::size_t n) { return "`code` " + repeated("\uE0000\uE001", n); }},
+    };
+    return cases;
+}
+
+void SummarizeWorstCase(benchmark::State& state) {
+    const WorstCase& worst = worstCases()[static_cast<std::size_t>(state.range(0))];
+    const std::string text = worst.make(static_cast<std::size_t>(state.range(1)));
+    state.SetLabel(worst.name);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(Summarizer::summarize(text));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(text.size()));
+}
+
+void worstCaseArguments(benchmark::internal::Benchmark* benchmark) {
+    for (std::size_t i = 0; i < worstCases().size(); ++i)
+        for (const int64_t size : {64 << 10, 256 << 10, 1 << 20})
+            benchmark->Args({static_cast<int64_t>(i), size});
+}
+BENCHMARK(SummarizeWorstCase)->Apply(worstCaseArguments)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,61 @@
+#include "core/TextWindow.h"
+
+#include "core/Unicode.h"
+
+#include <algorithm>
+#include <unicode/uchar.h>
+
+namespace norrow::textwindow {
+namespace {
+
+bool isContinuation(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
+int32_t breakKind(char32_t c) {
+    return u_getIntPropertyValue(static_cast<UChar32>(c), UCHAR_GRAPHEME_CLUSTER_BREAK);
+}
+
+// Whether the text may be cut between the scalar that ends at `at` and the one that starts
+// there (0 < at < size, `at` at a scalar boundary). Malformed bytes never make a cut.
+bool isCleanCut(std::string_view text, std::size_t at) {
+    std::size_t start = at - 1;
+    while (start > 0 && isContinuation(text[start]))
+        --start;
+    std::size_t length = 0;
+    const char32_t before = unicode::decode(text, start, length);
+    if (start + length != at || (before == 0xFFFD && length == 1)) return false;
+    const char32_t after = unicode::decode(text, at, length);
+    if (after == 0xFFFD && length == 1) return false;
+    switch (breakKind(before)) {
+    case U_GCB_CR:
+        return after != U'\n';
+    case U_GCB_LF:
+    case U_GCB_CONTROL:
+        return true;
+    case U_GCB_OTHER: {
+        const int32_t next = breakKind(after);
+        return next != U_GCB_EXTEND && next != U_GCB_ZWJ && next != U_GCB_SPACING_MARK;
+    }
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+std::string_view prefix(std::string_view text, std::size_t bytes) {
+    std::size_t end = std::min(bytes, text.size());
+    while (end < text.size() && isContinuation(text[end]))
+        ++end;
+    return text.substr(0, end);
+}
+
+std::string_view suffix(std::string_view text, std::size_t bytes) {
+    if (bytes >= text.size()) return text;
+    for (std::size_t at = std::min(text.size() - bytes, text.size() - 1); at > 0; --at)
+        if (!isContinuation(text[at]) && isCleanCut(text, at)) return text.substr(at);
+    return text;
+}
+
+} // namespace norrow::textwindow
