@@ -12,6 +12,9 @@ enum Status : int { success = 0, refused = 1, usage = 2 };
 // Each group of subcommands adds itself to the application; its callbacks store the exit
 // status in `status`.
 void addServeCommand(CLI::App& app, int& status);
+void addHooksCommands(CLI::App& app, int& status);
+void addSessionCommands(CLI::App& app, int& status);
+void addSummaryCommands(CLI::App& app, int& status);
 void addVersionCommands(CLI::App& app, int& status);
 
 // The named file's bytes, or standard input's when `file` is empty. Throws

@@ -1,3 +1,4 @@
+#include "app/shared/ClaudeFolder.h"
 #include "app/shared/Credentials.h"
 #include "app/shared/EventHandler.h"
 #include "app/shared/SecretStore.h"
@@ -14,7 +15,6 @@
 #include <QTimer>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <iostream>
@@ -52,13 +52,6 @@ void quitOnSignals(QObject* parent) {
     ::sigaction(SIGTERM, &action, nullptr);
 }
 
-std::filesystem::path defaultClaudeFolder(const UserDefaults& defaults) {
-    if (const auto folder = defaults.string("claudeFolderOverride"); folder && !folder->isEmpty())
-        return folder->toStdString();
-    const char* home = std::getenv("HOME");
-    return std::filesystem::path(home != nullptr ? home : ".") / ".claude";
-}
-
 // One printed line per alert: the kind, the project, the summary and the duration.
 std::string alertLine(const EventHandler::Alert& alert, const std::string& name) {
     std::string line =
@@ -77,7 +70,7 @@ public:
     Server(const ServeOptions& options, UserDefaults& defaults)
         : options_(options), defaults_(defaults), credentials_(keychain_, defaults),
           claudeFolder_(options.claudeFolder ? std::filesystem::path(*options.claudeFolder)
-                                             : defaultClaudeFolder(defaults)),
+                                             : ClaudeFolder::url(defaults)),
           rules_(defaults), handler_(turns_, names_, rules_) {}
 
     int run() {

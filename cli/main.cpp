@@ -13,6 +13,9 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     int status = norrow::cli::success;
     norrow::cli::addServeCommand(app, status);
+    norrow::cli::addHooksCommands(app, status);
+    norrow::cli::addSessionCommands(app, status);
+    norrow::cli::addSummaryCommands(app, status);
     norrow::cli::addVersionCommands(app, status);
 
     try {

@@ -31,6 +31,7 @@ template <typename Visit> void forEachBoundary(std::string_view text, Visit visi
     UText utext = UTEXT_INITIALIZER;
     bool opened = false;
     std::size_t p = 0;
+    std::size_t iteratorAt = 0;
     while (p < n) {
         const auto b = static_cast<unsigned char>(text[p]);
         // Between two ASCII characters there is always a boundary, except inside CR LF.
@@ -49,11 +50,15 @@ template <typename Visit> void forEachBoundary(std::string_view text, Visit visi
             }
             if (!opened) it = nullptr;
             opened = true;
+            iteratorAt = n + 1;
         }
         std::size_t next = 0;
         if (it != nullptr) {
-            const int32_t following = it->following(static_cast<int32_t>(p));
-            next = following == icu::BreakIterator::DONE ? n : static_cast<std::size_t>(following);
+            // Stepping on from where the iterator stands is cheaper than seeking.
+            const int32_t boundary =
+                iteratorAt == p ? it->next() : it->following(static_cast<int32_t>(p));
+            next = boundary == icu::BreakIterator::DONE ? n : static_cast<std::size_t>(boundary);
+            iteratorAt = next;
         }
         if (next <= p) {
             // No iterator: fall back to one scalar per character.

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "app/shared/UserDefaults.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace norrow {
+
+// Claude Code's own folder, where settings.json lives and the app keeps its "norrow" files.
+class ClaudeFolder {
+public:
+    // The "claudeFolderOverride" setting when set (a leading "~/" meaning the home folder),
+    // otherwise ".claude" in the home folder.
+    static std::filesystem::path url(const UserDefaults& defaults);
+
+    // Whether the folder's settings.json can be read and Claude Code would read it as JSON.
+    static bool isUsable(const std::filesystem::path& folder);
+
+    // Why the folder cannot be set up, for the user; none when it can.
+    static std::optional<std::string> problem(const std::filesystem::path& folder);
+
+    static std::filesystem::path settingsFile(const std::filesystem::path& folder);
+};
+
+} // namespace norrow

@@ -1,0 +1,174 @@
+#include "app/shared/SetupCoordinator.h"
+
+#include "app/shared/ClaudeFolder.h"
+#include "core/BridgeConfig.h"
+#include "core/BridgeState.h"
+#include "core/HookInstaller.h"
+
+#include <QFile>
+#include <cstdio>
+
+namespace norrow {
+namespace {
+
+// Hook commands need an absolute path; a folder that cannot be made absolute stays as given.
+std::filesystem::path absoluteFolder(const std::filesystem::path& folder) {
+    std::error_code error;
+    auto full = std::filesystem::absolute(folder, error);
+    return error ? folder : full;
+}
+
+} // namespace
+
+SetupCoordinator::SetupError::SetupError(Case kind, const std::string& description)
+    : std::runtime_error(description), kind_(kind) {}
+
+SetupCoordinator::SetupError SetupCoordinator::SetupError::bridgeMissingFromBundle() {
+    return {Case::bridgeMissingFromBundle,
+            "The bridge script is missing from the app bundle \u2014 this build is incomplete."};
+}
+
+SetupCoordinator::SetupCoordinator(UserDefaults& defaults, std::filesystem::path claudeFolder,
+                                   FileSystem* files, QString resource)
+    : defaults_(defaults), folder_(absoluteFolder(claudeFolder)),
+      files_(files != nullptr ? *files : local_), resource_(std::move(resource)) {}
+
+SetupCoordinator::Outcome SetupCoordinator::install(std::uint16_t port, const std::string& token) {
+    if (const auto problem = ClaudeFolder::problem(folder_)) return Outcome::failed(*problem);
+    try {
+        const std::string original = files_.read(settingsPath());
+        const auto plan = HookInstaller::planInstall(original, bridgePath().string());
+        // Refreshed on every run, so that a re-run also updates the script and the port.
+        installBridge();
+        BridgeConfig::write(port, token, BridgeConfig::location(folder_));
+        if (!plan.updatedDocument) return Outcome::alreadyCurrent();
+
+        const auto backup = writeBackup(original);
+        if (const auto failure = replaceSettings(original, *plan.updatedDocument)) {
+            if (!failure->restored) return Outcome::failed(unrestoredMessage(*failure, backup));
+            return Outcome::failed("The change did not verify, so your settings.json was restored "
+                                   "exactly as it was. Nothing was left half-applied. (" +
+                                   failure->description + ")");
+        }
+        defaults_.set("lastBackupPath", QString::fromStdString(backup.string()));
+        defaults_.sync();
+        return Outcome::installed(backup);
+    } catch (const std::exception& e) {
+        return Outcome::failed(e.what());
+    }
+}
+
+SetupCoordinator::Outcome SetupCoordinator::uninstall() {
+    if (const auto problem = ClaudeFolder::problem(folder_)) return Outcome::failed(*problem);
+    try {
+        const std::string original = files_.read(settingsPath());
+        const auto plan = HookInstaller::planRemoval(original);
+        if (!plan.updatedDocument) return Outcome::alreadyCurrent();
+
+        const auto backup = writeBackup(original);
+        if (const auto failure = replaceSettings(original, *plan.updatedDocument)) {
+            if (!failure->restored) return Outcome::failed(unrestoredMessage(*failure, backup));
+            return Outcome::failed("Removal did not verify; your settings.json was restored.");
+        }
+        files_.remove(bridgePath());
+        files_.remove(BridgeState::stateFolder(folder_));
+        files_.remove(BridgeConfig::location(folder_));
+        return Outcome::installed(backup);
+    } catch (const std::exception& e) {
+        return Outcome::failed(e.what());
+    }
+}
+
+bool SetupCoordinator::isInstalled() const {
+    try {
+        return files_.read(settingsPath()).find(HookInstaller::marker) != std::string::npos;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+std::string SetupCoordinator::manualInstructions(std::uint16_t port,
+                                                 const std::string& token) const {
+    const std::string bridge = bridgePath().string();
+    return "Add this to the \"hooks\" section of " + settingsPath().string() +
+           ", once for each of UserPromptSubmit, Stop and Notification:\n\n"
+           "{ \"type\": \"command\", \"command\": \"" +
+           bridge + "\", \"timeout\": 5 }" + "\n\nThe bridge script belongs at " + bridge +
+           " and must be executable (chmod +x).\n\nThe port and token are not in that entry. "
+           "They live in " +
+           BridgeConfig::location(folder_).string() +
+           ", which Norrow writes and keeps current \u2014 the port can change on any launch. If "
+           "you are doing all of this by hand, that file reads:\n\n{\"port\": " +
+           std::to_string(port) + ", \"token\": \"" + token + "\"}";
+}
+
+std::filesystem::path SetupCoordinator::settingsPath() const {
+    return ClaudeFolder::settingsFile(folder_);
+}
+
+std::filesystem::path SetupCoordinator::bridgePath() const {
+    return norrowFolder() / "bridge";
+}
+
+std::string SetupCoordinator::backupStamp(std::chrono::system_clock::time_point time) {
+    using namespace std::chrono;
+    const auto instant = floor<seconds>(time);
+    const auto day = floor<days>(instant);
+    const year_month_day date(day);
+    const hh_mm_ss clock(instant - day);
+    char stamp[32];
+    std::snprintf(stamp, sizeof stamp, "%04d%02u%02uT%02d%02d%02d", static_cast<int>(date.year()),
+                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                  static_cast<int>(clock.hours().count()),
+                  static_cast<int>(clock.minutes().count()),
+                  static_cast<int>(clock.seconds().count()));
+    return stamp;
+}
+
+std::filesystem::path SetupCoordinator::norrowFolder() const {
+    return folder_ / "norrow";
+}
+
+void SetupCoordinator::installBridge() {
+    QFile resource(resource_);
+    if (!resource.open(QIODevice::ReadOnly)) throw SetupError::bridgeMissingFromBundle();
+    const QByteArray script = resource.readAll();
+    files_.makeFolders(norrowFolder());
+    files_.write(bridgePath(),
+                 std::string_view(script.constData(), static_cast<std::size_t>(script.size())));
+    files_.setPermissions(bridgePath(), std::filesystem::perms::owner_all);
+}
+
+std::filesystem::path SetupCoordinator::writeBackup(const std::string& original) {
+    const auto backup = norrowFolder() / ("settings.backup." +
+                                          backupStamp(std::chrono::system_clock::now()) + ".json");
+    files_.makeFolders(norrowFolder());
+    files_.write(backup, original);
+    return backup;
+}
+
+std::optional<SetupCoordinator::Failure>
+SetupCoordinator::replaceSettings(const std::string& original, const std::string& updated) {
+    try {
+        files_.write(settingsPath(), updated);
+        HookInstaller::verify(original, files_.read(settingsPath()));
+        return std::nullopt;
+    } catch (const std::exception& e) {
+        Failure failure{e.what(), true};
+        try {
+            files_.write(settingsPath(), original);
+        } catch (const std::exception& restoreError) {
+            failure = {restoreError.what(), false};
+        }
+        return failure;
+    }
+}
+
+std::string SetupCoordinator::unrestoredMessage(const Failure& failure,
+                                                const std::filesystem::path& backup) {
+    return "The change did not verify, and your settings.json could not be put back (" +
+           failure.description + "). Your previous settings.json is backed up at " +
+           backup.string() + ".";
+}
+
+} // namespace norrow

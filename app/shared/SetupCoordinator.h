@@ -1,0 +1,98 @@
+#pragma once
+
+#include "app/shared/FileSystem.h"
+#include "app/shared/UserDefaults.h"
+
+#include <QString>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace norrow {
+
+// Connects Claude Code to the app: installs the bridge script and its configuration, and
+// rewrites the "hooks" member of settings.json with a backup first, a read-back verification
+// after, and the original text put back when that fails. Also undoes all of it.
+class SetupCoordinator {
+public:
+    struct Outcome {
+        enum class Kind { installed, alreadyCurrent, failed, cancelled };
+
+        Kind kind = Kind::cancelled;
+        // installed: the backup of the replaced settings.json, when one was needed.
+        std::optional<std::filesystem::path> backup;
+        // failed: what to tell the user.
+        std::string message;
+
+        static Outcome installed(std::optional<std::filesystem::path> backup) {
+            return {Kind::installed, std::move(backup), {}};
+        }
+        static Outcome alreadyCurrent() { return {Kind::alreadyCurrent, std::nullopt, {}}; }
+        static Outcome failed(std::string message) {
+            return {Kind::failed, std::nullopt, std::move(message)};
+        }
+        static Outcome cancelled() { return {Kind::cancelled, std::nullopt, {}}; }
+
+        bool operator==(const Outcome&) const = default;
+    };
+
+    class SetupError : public std::runtime_error {
+    public:
+        enum class Case { bridgeMissingFromBundle };
+
+        static SetupError bridgeMissingFromBundle();
+        Case kind() const { return kind_; }
+
+    private:
+        SetupError(Case kind, const std::string& description);
+        Case kind_;
+    };
+
+    // The bridge script as this build carries it.
+    static constexpr const char* bridgeResource = ":/norrow-bridge";
+
+    // Works on `claudeFolder` (normally ClaudeFolder::url) through `files` (the machine's own
+    // files when null); `resource` names the bridge script to install.
+    SetupCoordinator(UserDefaults& defaults, std::filesystem::path claudeFolder,
+                     FileSystem* files = nullptr, QString resource = bridgeResource);
+    SetupCoordinator(const SetupCoordinator&) = delete;
+    SetupCoordinator& operator=(const SetupCoordinator&) = delete;
+
+    Outcome install(std::uint16_t port, const std::string& token);
+    Outcome uninstall();
+    // Whether settings.json can be read and mentions the bridge.
+    bool isInstalled() const;
+    // Set-up steps for doing by hand, with the port and token.
+    std::string manualInstructions(std::uint16_t port, const std::string& token) const;
+
+    const std::filesystem::path& claudeFolder() const { return folder_; }
+    std::filesystem::path settingsPath() const;
+    std::filesystem::path bridgePath() const;
+
+    // UTC, basic ISO 8601 without a time zone, as in 20261116T072946.
+    static std::string backupStamp(std::chrono::system_clock::time_point time);
+
+private:
+    struct Failure {
+        std::string description;
+        bool restored = false;
+    };
+
+    std::filesystem::path norrowFolder() const;
+    void installBridge();
+    std::filesystem::path writeBackup(const std::string& original);
+    std::optional<Failure> replaceSettings(const std::string& original, const std::string& updated);
+    static std::string unrestoredMessage(const Failure& failure,
+                                         const std::filesystem::path& backup);
+
+    UserDefaults& defaults_;
+    std::filesystem::path folder_;
+    LocalFileSystem local_;
+    FileSystem& files_;
+    QString resource_;
+};
+
+} // namespace norrow

@@ -1,0 +1,212 @@
+#include "app/shared/ClaudeFolder.h"
+#include "app/shared/Credentials.h"
+#include "app/shared/SecretStore.h"
+#include "app/shared/SetupAlert.h"
+#include "app/shared/SetupCoordinator.h"
+#include "app/shared/UserDefaults.h"
+#include "cli/Cli.h"
+#include "core/BridgeConfig.h"
+#include "core/HookInstaller.h"
+#include "core/JSONSplice.h"
+
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+namespace norrow::cli {
+namespace {
+
+using ordered_json = nlohmann::ordered_json;
+
+// Runs `action`, turning any refusal into its description on stderr and status 1.
+int refusing(const std::function<int()>& action) {
+    try {
+        return action();
+    } catch (const std::exception& e) {
+        return refuse(e.what());
+    }
+}
+
+ordered_json range(JSONSplice::Range r) {
+    return ordered_json::array({r.start, r.end});
+}
+
+void addJsonCommands(CLI::App& app, int& status) {
+    auto* json = app.add_subcommand("json", "Format-preserving edits of one top-level member");
+    json->require_subcommand(1);
+    auto key = std::make_shared<std::string>();
+    auto value = std::make_shared<std::string>();
+    auto indent = std::make_shared<std::string>("  ");
+
+    auto* find = json->add_subcommand("find", "Where the member KEY is, in characters");
+    find->add_option("KEY", *key)->required();
+    find->callback([key, &status] {
+        status = refusing([&] {
+            const auto member = JSONSplice::find(*key, readInput());
+            if (!member) {
+                printJson(ordered_json(nullptr));
+                return success;
+            }
+            printJson(ordered_json{{"valueRange", range(member->valueRange)},
+                                   {"memberRange", range(member->memberRangeWithSeparator)}});
+            return success;
+        });
+    });
+
+    auto* set = json->add_subcommand("set", "Replace or insert the member KEY");
+    set->add_option("KEY", *key)->required();
+    set->add_option("VALUE", *value, "The value as JSON text, inserted verbatim")->required();
+    set->add_option("--indent", *indent, "Indentation when the document shows none");
+    set->callback([key, value, indent, &status] {
+        status = refusing([&] {
+            std::cout << JSONSplice::set(*key, *value, readInput(), *indent) << std::flush;
+            return success;
+        });
+    });
+
+    auto* remove = json->add_subcommand("remove", "Remove the member KEY and one separator");
+    remove->add_option("KEY", *key)->required();
+    remove->callback([key, &status] {
+        status = refusing([&] {
+            std::cout << JSONSplice::remove(*key, readInput()) << std::flush;
+            return success;
+        });
+    });
+}
+
+void printPlan(const HookInstaller::Plan& plan) {
+    printJson(
+        ordered_json{{"updatedDocument", plan.updatedDocument ? ordered_json(*plan.updatedDocument)
+                                                              : ordered_json(nullptr)},
+                     {"alreadyCorrect", plan.alreadyCorrect},
+                     {"foreignHookCount", plan.foreignHookCount}});
+}
+
+// The port and token to install with: those the running listener published, else the
+// remembered port and the stored token. None when there is no port to point at.
+std::optional<BridgeConfig> connection(const std::filesystem::path& folder,
+                                       UserDefaults& defaults) {
+    if (auto published = BridgeConfig::read(BridgeConfig::location(folder));
+        published && published->port != 0)
+        return published;
+    KeychainStore keychain;
+    Credentials credentials(keychain, defaults);
+    const auto port = credentials.preferredPort();
+    if (!port) return std::nullopt;
+    return BridgeConfig{*port, credentials.token()};
+}
+
+// Prints an alert's texts as the app shows them: to stdout when all went well, else to
+// stderr with status 1.
+int show(const SetupAlert& alert, bool succeeded) {
+    (succeeded ? std::cout : std::cerr) << alert.message << '\n'
+                                        << alert.informativeText << '\n'
+                                        << std::flush;
+    return succeeded ? success : refused;
+}
+
+int showOutcome(const std::optional<SetupAlert>& alert, const SetupCoordinator::Outcome& outcome) {
+    return show(alert.value_or(SetupAlert{}),
+                outcome.kind != SetupCoordinator::Outcome::Kind::failed);
+}
+
+void addSetupCommands(CLI::App& hooks, int& status) {
+    auto folderOption = std::make_shared<std::optional<std::string>>();
+    // Each action gets the defaults, the Claude Code folder and a coordinator working there.
+    const auto command = [&hooks, &status, folderOption](
+                             const std::string& name, const std::string& help,
+                             std::function<int(UserDefaults&, SetupCoordinator&)> action) {
+        auto* sub = hooks.add_subcommand(name, help);
+        sub->add_option_function<std::string>(
+            "--claude-folder", [folderOption](const std::string& f) { *folderOption = f; },
+            "Claude Code folder (default: the app's, ~/.claude unless overridden)");
+        sub->callback([folderOption, action, &status] {
+            UserDefaults defaults;
+            const std::filesystem::path folder = folderOption->has_value()
+                                                     ? std::filesystem::path(**folderOption)
+                                                     : ClaudeFolder::url(defaults);
+            SetupCoordinator coordinator(defaults, folder);
+            status = refusing([&] { return action(defaults, coordinator); });
+        });
+    };
+
+    command("install", "Install the bridge and its hooks into settings.json",
+            [](UserDefaults& defaults, SetupCoordinator& coordinator) {
+                const auto bridge = connection(coordinator.claudeFolder(), defaults);
+                if (!bridge) return show(SetupAlert::notListening(), false);
+                const auto outcome = coordinator.install(bridge->port, bridge->token);
+                return showOutcome(SetupAlert::afterInstall(outcome), outcome);
+            });
+    command("remove", "Remove the hooks, the bridge and its files",
+            [](UserDefaults&, SetupCoordinator& coordinator) {
+                const auto outcome = coordinator.uninstall();
+                return showOutcome(SetupAlert::afterRemoval(outcome), outcome);
+            });
+    command("status", "Whether the hooks are installed",
+            [](UserDefaults&, SetupCoordinator& coordinator) {
+                const auto folder = coordinator.claudeFolder();
+                const auto problem = ClaudeFolder::problem(folder);
+                printJson(ordered_json{
+                    {"claudeFolder", folder.string()},
+                    {"installed", coordinator.isInstalled()},
+                    {"problem", problem ? ordered_json(*problem) : ordered_json(nullptr)}});
+                return success;
+            });
+    command("instructions", "Print the set-up steps for doing by hand",
+            [](UserDefaults& defaults, SetupCoordinator& coordinator) -> int {
+                const auto bridge = connection(coordinator.claudeFolder(), defaults);
+                if (!bridge) return show(SetupAlert::notListening(), false);
+                std::cout << coordinator.manualInstructions(bridge->port, bridge->token) << '\n'
+                          << std::flush;
+                return success;
+            });
+}
+
+void addHooksGroup(CLI::App& app, int& status) {
+    auto* hooks = app.add_subcommand("hooks", "Plan, verify, install and remove the hooks");
+    hooks->require_subcommand(1);
+
+    auto* plan = hooks->add_subcommand("plan", "The change to settings.json read from stdin");
+    plan->require_subcommand(1);
+    auto bridge = std::make_shared<std::string>();
+    auto* install = plan->add_subcommand("install", "Plan installing the hooks");
+    install->add_option("--bridge", *bridge, "Absolute path of the installed bridge script")
+        ->required();
+    install->callback([bridge, &status] {
+        status = refusing([&] {
+            printPlan(HookInstaller::planInstall(readInput(), *bridge));
+            return success;
+        });
+    });
+    plan->add_subcommand("remove", "Plan removing the hooks")->callback([&status] {
+        status = refusing([] {
+            printPlan(HookInstaller::planRemoval(readInput()));
+            return success;
+        });
+    });
+
+    auto before = std::make_shared<std::string>();
+    auto after = std::make_shared<std::string>();
+    auto* verify =
+        hooks->add_subcommand("verify", "Whether AFTER is a valid result of editing BEFORE");
+    verify->add_option("BEFORE", *before)->required();
+    verify->add_option("AFTER", *after)->required();
+    verify->callback([before, after, &status] {
+        status = refusing([&] {
+            HookInstaller::verify(readInput(*before), readInput(*after));
+            return success;
+        });
+    });
+
+    addSetupCommands(*hooks, status);
+}
+
+} // namespace
+
+void addHooksCommands(CLI::App& app, int& status) {
+    addJsonCommands(app, status);
+    addHooksGroup(app, status);
+}
+
+} // namespace norrow::cli

@@ -1,0 +1,56 @@
+#include "support/Process.h"
+#include "support/TempDir.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+
+namespace norrow {
+namespace {
+
+TEST(HooksCommands, AnswerOnTheirStreamsWithTheirStatuses) {
+    const test::TempDir top;
+    const std::string claude = (top / "claude").string();
+    std::filesystem::create_directories(top / "claude");
+    std::ofstream(top / "claude/settings.json") << "{}";
+    const test::Environment isolated{{"HOME", top.path().string()},
+                                     {"XDG_CONFIG_HOME", (top / ".config").string()}};
+    const struct {
+        std::vector<std::string> arguments;
+        std::string input;
+        test::Finished expected;
+    } cases[] = {
+        {{"json", "find", "b"},
+         "{\"\xc3\xa9\": 1, \"b\": []}",
+         {0, "{\"valueRange\":[14,16],\"memberRange\":[7,16]}\n", ""}},
+        {{"json", "find", "x"}, "{}", {0, "null\n", ""}},
+        {{"json", "set", "hooks", "{}", "--indent", "\t"}, "{}", {0, "{\n\t\"hooks\": {}\n}", ""}},
+        {{"json", "remove", "a"}, "{ 5", {1, "", "malformed JSON: expected a key at 2\n"}},
+        {{"hooks", "plan", "remove"},
+         "{}",
+         {0, "{\"updatedDocument\":null,\"alreadyCorrect\":true,\"foreignHookCount\":0}\n", ""}},
+        {{"hooks", "install", "--claude-folder", claude},
+         "",
+         {1, "",
+          "Not listening yet\nNorrow has no port open, so there is nothing to point Claude Code "
+          "at. Quit and reopen "
+          "the app, then try again.\n"}},
+        {{"hooks", "remove", "--claude-folder", claude},
+         "",
+         {0, "Nothing to remove\nNo Norrow hooks were found.\n", ""}},
+        {{"hooks", "status", "--claude-folder", claude},
+         "",
+         {0, "{\"claudeFolder\":\"" + claude + "\",\"installed\":false,\"problem\":null}\n", ""}},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> argv{NORROWCTL};
+        argv.insert(argv.end(), c.arguments.begin(), c.arguments.end());
+        const auto result = test::run(argv, c.input, isolated);
+        EXPECT_EQ(result.status, c.expected.status) << c.arguments[1];
+        EXPECT_EQ(result.out, c.expected.out) << c.arguments[1];
+        EXPECT_EQ(result.err, c.expected.err) << c.arguments[1];
+    }
+    EXPECT_EQ(test::run({NORROWCTL, "json", "set", "a"}, "{}").status, 2);
+}
+
+} // namespace
+} // namespace norrow

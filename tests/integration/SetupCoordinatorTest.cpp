@@ -1,0 +1,262 @@
+#include "app/shared/SetupCoordinator.h"
+
+#include "app/shared/ClaudeFolder.h"
+#include "app/shared/SetupAlert.h"
+#include "core/BridgeConfig.h"
+#include "support/TempDir.h"
+
+#include <QDir>
+#include <algorithm>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+namespace norrow {
+namespace {
+
+namespace fs = std::filesystem;
+using Outcome = SetupCoordinator::Outcome;
+
+std::string contents(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+void put(const fs::path& file, const std::string& text) {
+    fs::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << text;
+}
+
+std::vector<std::string> backups(const fs::path& claude) {
+    std::vector<std::string> found;
+    std::error_code ignored;
+    for (fs::directory_iterator it(claude / "norrow", ignored), end; it != end; ++it)
+        if (it->path().filename().string().starts_with("settings.backup."))
+            found.push_back(contents(*it));
+    return found;
+}
+
+// The machine's files, with one fault switched on for settings.json and its backup.
+class FaultyFiles : public LocalFileSystem {
+public:
+    enum class Fault { fullDiskOnBackup, writeFailsHalfway, readBackDiffers, restoreFails };
+
+    FaultyFiles(fs::path settings, Fault fault) : settings_(std::move(settings)), fault_(fault) {}
+
+    void write(const fs::path& file, std::string_view bytes) override {
+        const std::string error = "could not write " + file.string() + ": ";
+        if (fault_ == Fault::fullDiskOnBackup &&
+            file.filename().string().starts_with("settings.backup"))
+            throw std::runtime_error(error + "No space left on device");
+        if (file == settings_ && ++writes_ == 1 && fault_ == Fault::writeFailsHalfway) {
+            std::ofstream(file, std::ios::binary | std::ios::trunc)
+                << bytes.substr(0, bytes.size() / 2);
+            throw std::runtime_error(error + "No space left on device");
+        }
+        if (file == settings_ && writes_ == 2 && fault_ == Fault::restoreFails)
+            throw std::runtime_error(error + "Read-only file system");
+        LocalFileSystem::write(file, bytes);
+    }
+
+    std::string read(const fs::path& file) override {
+        std::string text = LocalFileSystem::read(file);
+        if (file == settings_ && writes_ > 0 &&
+            (fault_ == Fault::readBackDiffers || fault_ == Fault::restoreFails))
+            text.replace(text.find("opus"), 4, "sonnet");
+        return text;
+    }
+
+private:
+    fs::path settings_;
+    Fault fault_;
+    int writes_ = 0;
+};
+
+class SetupCoordinatorTest : public testing::Test {
+protected:
+    const std::string original = "{\n  \"model\": \"opus\",\n  \"env\": {\"A\": \"1\"}\n}\n";
+    test::TempDir top;
+    fs::path claude = top / "claude";
+    fs::path settings = claude / "settings.json";
+    UserDefaults defaults{QString::fromStdString((top / "defaults.ini").string())};
+
+    void SetUp() override { put(settings, original); }
+
+    SetupCoordinator coordinator(FileSystem* files = nullptr,
+                                 QString resource = SetupCoordinator::bridgeResource) {
+        return SetupCoordinator(defaults, claude, files, std::move(resource));
+    }
+};
+
+TEST_F(SetupCoordinatorTest, InstallsOnceAndRemovesEverything) {
+    const std::string script = contents(fs::path(NORROW_BINARY_DIR) / "app/norrow-bridge");
+    auto setup = coordinator();
+    const auto installed = setup.install(4711, "secret");
+    ASSERT_EQ(installed.kind, Outcome::Kind::installed) << installed.message;
+    EXPECT_EQ(contents(*installed.backup), original);
+    EXPECT_EQ(defaults.string("lastBackupPath"),
+              QString::fromStdString(installed.backup->string()));
+    EXPECT_TRUE(setup.isInstalled());
+    EXPECT_EQ(contents(claude / "norrow/bridge"), script);
+    EXPECT_EQ(fs::status(claude / "norrow/bridge").permissions(), fs::perms::owner_all);
+
+    // A second run refreshes the script and the port but writes no backup.
+    put(claude / "norrow/bridge", "stale");
+    EXPECT_EQ(setup.install(4712, "secret"), Outcome::alreadyCurrent());
+    EXPECT_EQ(contents(claude / "norrow/bridge"), script);
+    EXPECT_EQ(BridgeConfig::read(BridgeConfig::location(claude)), (BridgeConfig{4712, "secret"}));
+    EXPECT_EQ(backups(claude).size(), 1u);
+
+    put(claude / "norrow/state/session.json", "{}");
+    ASSERT_EQ(setup.uninstall().kind, Outcome::Kind::installed);
+    EXPECT_EQ(contents(settings), original);
+    for (const char* gone : {"norrow/bridge", "norrow/state", "norrow/config.json"})
+        EXPECT_FALSE(fs::exists(claude / gone)) << gone;
+
+    // With nothing of ours left, nothing is written and nothing removed.
+    put(claude / "norrow/state/session.json", "{}");
+    EXPECT_EQ(setup.uninstall(), Outcome::alreadyCurrent());
+    EXPECT_TRUE(fs::exists(claude / "norrow/state/session.json"));
+}
+
+TEST_F(SetupCoordinatorTest, AFailedEditLeavesSettingsAsTheyWereAndKeepsTheBackup) {
+    using Fault = FaultyFiles::Fault;
+    const std::string restored = "The change did not verify, so your settings.json was restored "
+                                 "exactly as it was. Nothing was left "
+                                 "half-applied. (";
+    const std::tuple<Fault, std::string, std::size_t> cases[] = {
+        {Fault::fullDiskOnBackup,
+         "could not write " + (claude / "norrow/settings.backup.").string(), 0},
+        {Fault::writeFailsHalfway,
+         restored + "could not write " + settings.string() + ": No space left on device)", 1},
+        {Fault::readBackDiffers,
+         restored + "the file was written but failed verification: a key outside `hooks` changed)",
+         1},
+        {Fault::restoreFails,
+         "The change did not verify, and your settings.json could not be put back (could not "
+         "write " +
+             settings.string() +
+             ": Read-only file system). Your previous settings.json is backed up at ",
+         1},
+    };
+    for (const auto& [fault, message, backupCount] : cases) {
+        SCOPED_TRACE(message);
+        put(settings, original);
+        fs::remove_all(claude / "norrow");
+        FaultyFiles files(settings, fault);
+        const auto outcome = coordinator(&files).install(4711, "secret");
+        EXPECT_EQ(outcome.kind, Outcome::Kind::failed);
+        EXPECT_TRUE(outcome.message.starts_with(message)) << outcome.message;
+        EXPECT_EQ(backups(claude), std::vector<std::string>(backupCount, original));
+        if (fault != Fault::restoreFails) {
+            EXPECT_EQ(contents(settings), original);
+        }
+        EXPECT_EQ(SetupAlert::afterInstall(outcome),
+                  (SetupAlert{"Setup did not complete", outcome.message}));
+    }
+
+    // A removal that does not verify restores the file and keeps the bridge.
+    fs::remove_all(claude / "norrow");
+    put(settings, original);
+    ASSERT_EQ(coordinator().install(4711, "secret").kind, Outcome::Kind::installed);
+    const std::string installed = contents(settings);
+    FaultyFiles files(settings, Fault::readBackDiffers);
+    EXPECT_EQ(coordinator(&files).uninstall(),
+              Outcome::failed("Removal did not verify; your settings.json was restored."));
+    EXPECT_EQ(contents(settings), installed);
+    EXPECT_TRUE(fs::exists(claude / "norrow/bridge"));
+    const auto kept = backups(claude);
+    EXPECT_NE(std::find(kept.begin(), kept.end(), installed), kept.end());
+}
+
+TEST_F(SetupCoordinatorTest, RefusesBeforeWritingAnything) {
+    EXPECT_EQ(
+        coordinator(nullptr, ":/no-such-resource").install(4711, "secret"),
+        Outcome::failed(
+            "The bridge script is missing from the app bundle \u2014 this build is incomplete."));
+    // A file where the app's folder belongs makes that folder unwritable, even for root.
+    put(claude / "norrow", "not a folder");
+    EXPECT_EQ(coordinator().install(4711, "secret"),
+              Outcome::failed("could not create the folder " + (claude / "norrow").string() +
+                              ": Not a directory"));
+    EXPECT_EQ(contents(settings), original);
+    fs::remove(claude / "norrow");
+
+    // Every corpus file Claude Code would not read is refused, with nothing written.
+    int refused = 0;
+    for (const auto& entry : fs::directory_iterator(fs::path(NORROW_CORPUS_DIR) / "settings")) {
+        const std::string text = contents(entry.path());
+        if (entry.path().extension() != ".json" || nlohmann::json::accept(text)) continue;
+        put(settings, text);
+        EXPECT_EQ(coordinator().install(4711, "secret").kind, Outcome::Kind::failed)
+            << entry.path();
+        EXPECT_EQ(contents(settings), text);
+        EXPECT_FALSE(fs::exists(claude / "norrow"));
+        ++refused;
+    }
+    EXPECT_EQ(refused, 9);
+}
+
+TEST_F(SetupCoordinatorTest, WritesThroughALinkedSettingsFileKeepingItsPermissions) {
+    const auto kept = top / "dotfiles/settings.json";
+    put(kept, original);
+    fs::permissions(kept, fs::perms::owner_read | fs::perms::owner_write);
+    fs::remove(settings);
+    fs::create_symlink(kept, settings);
+    ASSERT_EQ(coordinator().install(4711, "secret").kind, Outcome::Kind::installed);
+    EXPECT_TRUE(fs::is_symlink(settings));
+    EXPECT_NE(contents(kept).find("/norrow/bridge"), std::string::npos);
+    EXPECT_EQ(fs::status(kept).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(SetupCoordinatorTest, NamesTheProblemWithTheClaudeFolder) {
+    const std::string unread =
+        settings.string() + " is empty or not valid JSON, so Claude Code is not reading it.";
+    const std::pair<std::optional<std::string>, std::string> cases[] = {
+        {std::nullopt,
+         "No settings.json in " + claude.string() + ". Open Claude Code once so it creates one."},
+        {"", unread},
+        {"{\n  // a comment\n}", unread},
+        {"{\"a\": 1,}", ""}, // a trailing comma is the installer's to explain
+    };
+    for (const auto& [text, problem] : cases) {
+        if (text)
+            put(settings, *text);
+        else
+            fs::remove(settings);
+        EXPECT_EQ(ClaudeFolder::problem(claude).value_or(""), problem);
+    }
+    EXPECT_NE(coordinator().install(1, "t").message.find("trailing comma before '}'"),
+              std::string::npos);
+    EXPECT_EQ(ClaudeFolder::problem(top / "nowhere"),
+              "No Claude Code folder at " + (top / "nowhere").string() +
+                  ". Open Claude Code once, then try again.");
+
+    const fs::path home = QDir::homePath().toStdString();
+    EXPECT_EQ(ClaudeFolder::url(defaults), home / ".claude");
+    defaults.set("claudeFolderOverride", "~/elsewhere");
+    EXPECT_EQ(ClaudeFolder::url(defaults), home / "elsewhere");
+}
+
+TEST_F(SetupCoordinatorTest, StampsBackupsInUtcAndSpellsOutManualSteps) {
+    using namespace std::chrono;
+    EXPECT_EQ(SetupCoordinator::backupStamp(sys_days{2026y / 11 / 16} + 7h + 29min + 46s + 900ms),
+              "20261116T072946");
+    const SetupCoordinator setup(defaults, "/home/u/.claude");
+    EXPECT_EQ(setup.manualInstructions(4711, "abc"),
+              "Add this to the \"hooks\" section of /home/u/.claude/settings.json, once for each "
+              "of UserPromptSubmit, "
+              "Stop and Notification:\n\n{ \"type\": \"command\", \"command\": "
+              "\"/home/u/.claude/norrow/bridge\", "
+              "\"timeout\": 5 }\n\nThe bridge script belongs at /home/u/.claude/norrow/bridge and "
+              "must be executable "
+              "(chmod +x).\n\nThe port and token are not in that entry. They live in "
+              "/home/u/.claude/norrow/config.json, "
+              "which Norrow writes and keeps current \u2014 the port can change on any launch. If "
+              "you are doing all of "
+              "this by hand, that file reads:\n\n{\"port\": 4711, \"token\": \"abc\"}");
+}
+
+} // namespace
+} // namespace norrow
