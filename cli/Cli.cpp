@@ -1,5 +1,8 @@
 #include "cli/Cli.h"
 
+#include "app/shared/ClaudeFolder.h"
+#include "app/shared/UserDefaults.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -19,11 +22,25 @@ std::string readInput(const std::string& file) {
 }
 
 void printJson(const nlohmann::ordered_json& value) {
-    std::cout << value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n' << std::flush;
+    std::cout << value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n'
+              << std::flush;
 }
 
 void printJson(const nlohmann::json& value) {
-    std::cout << value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n' << std::flush;
+    std::cout << value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n'
+              << std::flush;
+}
+
+ClaudeFolderOption::ClaudeFolderOption(CLI::App* command)
+    : value_(std::make_shared<std::optional<std::string>>()) {
+    command->add_option_function<std::string>(
+        "--claude-folder", [value = value_](const std::string& folder) { *value = folder; },
+        "Claude Code folder (default: the app's, ~/.claude unless overridden)");
+}
+
+std::filesystem::path ClaudeFolderOption::folder() const {
+    if (*value_) return **value_;
+    return ClaudeFolder::url(UserDefaults());
 }
 
 int refuse(const std::string& description) {

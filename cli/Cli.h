@@ -1,7 +1,10 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 namespace norrow::cli {
@@ -23,6 +26,17 @@ std::string readInput(const std::string& file = {});
 // Prints one compact JSON value and a line feed, flushed.
 void printJson(const nlohmann::ordered_json& value);
 void printJson(const nlohmann::json& value);
+// The --claude-folder option of a subcommand: the folder named there, else the app's own
+// rule (the "claudeFolderOverride" setting, else ~/.claude).
+class ClaudeFolderOption {
+public:
+    explicit ClaudeFolderOption(CLI::App* command);
+    std::filesystem::path folder() const;
+
+private:
+    std::shared_ptr<std::optional<std::string>> value_;
+};
+
 // Writes the description to standard error; gives `refused`.
 int refuse(const std::string& description);
 

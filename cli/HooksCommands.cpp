@@ -112,21 +112,15 @@ int showOutcome(const std::optional<SetupAlert>& alert, const SetupCoordinator::
 }
 
 void addSetupCommands(CLI::App& hooks, int& status) {
-    auto folderOption = std::make_shared<std::optional<std::string>>();
     // Each action gets the defaults, the Claude Code folder and a coordinator working there.
-    const auto command = [&hooks, &status, folderOption](
-                             const std::string& name, const std::string& help,
-                             std::function<int(UserDefaults&, SetupCoordinator&)> action) {
+    const auto command = [&hooks,
+                          &status](const std::string& name, const std::string& help,
+                                   std::function<int(UserDefaults&, SetupCoordinator&)> action) {
         auto* sub = hooks.add_subcommand(name, help);
-        sub->add_option_function<std::string>(
-            "--claude-folder", [folderOption](const std::string& f) { *folderOption = f; },
-            "Claude Code folder (default: the app's, ~/.claude unless overridden)");
-        sub->callback([folderOption, action, &status] {
+        const ClaudeFolderOption folder(sub);
+        sub->callback([folder, action, &status] {
             UserDefaults defaults;
-            const std::filesystem::path folder = folderOption->has_value()
-                                                     ? std::filesystem::path(**folderOption)
-                                                     : ClaudeFolder::url(defaults);
-            SetupCoordinator coordinator(defaults, folder);
+            SetupCoordinator coordinator(defaults, folder.folder());
             status = refusing([&] { return action(defaults, coordinator); });
         });
     };

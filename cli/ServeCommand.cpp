@@ -1,4 +1,3 @@
-#include "app/shared/ClaudeFolder.h"
 #include "app/shared/Credentials.h"
 #include "app/shared/EventHandler.h"
 #include "app/shared/SecretStore.h"
@@ -26,7 +25,7 @@ namespace {
 struct ServeOptions {
     std::optional<int> port;
     std::optional<std::string> token;
-    std::optional<std::string> claudeFolder;
+    std::filesystem::path claudeFolder;
     bool json = false;
 };
 
@@ -69,9 +68,7 @@ class Server {
 public:
     Server(const ServeOptions& options, UserDefaults& defaults)
         : options_(options), defaults_(defaults), credentials_(keychain_, defaults),
-          claudeFolder_(options.claudeFolder ? std::filesystem::path(*options.claudeFolder)
-                                             : ClaudeFolder::url(defaults)),
-          rules_(defaults), handler_(turns_, names_, rules_) {}
+          claudeFolder_(options.claudeFolder), rules_(defaults), handler_(turns_, names_, rules_) {}
 
     int run() {
         token_ = options_.token ? *options_.token : credentials_.token();
@@ -172,12 +169,11 @@ void addServeCommand(CLI::App& app, int& status) {
     serve->add_option_function<std::string>(
         "--token", [options](const std::string& t) { options->token = t; },
         "Bearer token to demand (default: the stored bridge token)");
-    serve->add_option_function<std::string>(
-        "--claude-folder", [options](const std::string& f) { options->claudeFolder = f; },
-        "Claude Code folder where norrow/config.json is published");
+    const ClaudeFolderOption folder(serve);
     serve->add_flag("--json", options->json, "Print every accepted event as one JSON line");
-    serve->callback([options, &status] {
+    serve->callback([options, folder, &status] {
         UserDefaults defaults;
+        options->claudeFolder = folder.folder();
         quitOnSignals(QCoreApplication::instance());
         status = Server(*options, defaults).run();
     });

@@ -1,9 +1,7 @@
-#include "app/shared/UserDefaults.h"
 #include "cli/Cli.h"
 #include "core/BridgeState.h"
 #include "core/SessionNames.h"
 
-#include <QDir>
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -14,14 +12,6 @@
 
 namespace norrow::cli {
 namespace {
-
-// The Claude Code folder the app uses: the "claudeFolderOverride" setting, else ~/.claude.
-std::filesystem::path claudeFolder() {
-    const UserDefaults defaults;
-    if (const auto folder = defaults.string("claudeFolderOverride"); folder && !folder->isEmpty())
-        return folder->toStdString();
-    return std::filesystem::path(QDir::homePath().toStdString()) / ".claude";
-}
 
 // UTC in whole seconds, e.g. 2026-11-21T12:46:25Z; dates beyond what four year digits can
 // show are held at the ends of that range.
@@ -49,13 +39,9 @@ std::string iso8601(BridgeState::Date date) {
 void addSessionCommands(CLI::App& app, int& status) {
     auto* sessions =
         app.add_subcommand("sessions", "List the live Claude Code sessions, latest activity first");
-    auto folder = std::make_shared<std::optional<std::string>>();
-    sessions->add_option_function<std::string>(
-        "--claude-folder", [folder](const std::string& f) { *folder = f; },
-        "Claude Code folder (default: the app's, ~/.claude unless overridden)");
+    const ClaudeFolderOption folder(sessions);
     sessions->callback([folder, &status] {
-        const std::filesystem::path claude =
-            folder->has_value() ? std::filesystem::path(**folder) : claudeFolder();
+        const std::filesystem::path claude = folder.folder();
         const auto projects = SessionNames::projectsFolder(claude);
         SessionNames names;
         nlohmann::ordered_json list = nlohmann::ordered_json::array();

@@ -35,7 +35,8 @@ void makePrivateFolder(const std::filesystem::path& folder) {
                                         folder.string() + " is not a folder");
     if ((info.st_mode & 07777) != 0700 && ::chmod(folder.c_str(), 0700) != 0)
         throw BridgeConfig::ConfigError(BridgeConfig::ConfigError::Case::platform,
-                                        "cannot restrict " + folder.string() + ": " + std::strerror(errno));
+                                        "cannot restrict " + folder.string() + ": " +
+                                            std::strerror(errno));
 }
 
 bool writeAll(int fd, const std::string& bytes) {
@@ -51,7 +52,8 @@ bool writeAll(int fd, const std::string& bytes) {
 
 std::optional<std::uint16_t> portFrom(const nlohmann::json& value) {
     if (value.is_number_unsigned() || value.is_number_integer()) {
-        if (value.is_number_integer() && !value.is_number_unsigned() && value.get<std::int64_t>() < 0)
+        if (value.is_number_integer() && !value.is_number_unsigned() &&
+            value.get<std::int64_t>() < 0)
             return std::nullopt;
         const auto n = value.get<std::uint64_t>();
         if (n > 65535) return std::nullopt;
@@ -82,14 +84,16 @@ std::string BridgeConfig::render(std::uint16_t port, const std::string& token) {
     return object.dump();
 }
 
-void BridgeConfig::write(std::uint16_t port, const std::string& token, const std::filesystem::path& file) {
+void BridgeConfig::write(std::uint16_t port, const std::string& token,
+                         const std::filesystem::path& file) {
     const std::filesystem::path folder = file.parent_path();
     makePrivateFolder(folder);
     const std::string bytes = render(port, token);
     const std::filesystem::path temporary = folder / "config.json.new";
     ::unlink(temporary.c_str());
     const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd < 0) throw ConfigError(ConfigError::Case::writeFailed, "cannot create " + temporary.string());
+    if (fd < 0)
+        throw ConfigError(ConfigError::Case::writeFailed, "cannot create " + temporary.string());
     const bool written = ::fchmod(fd, 0600) == 0 && writeAll(fd, bytes) && ::fsync(fd) == 0;
     const bool closed = ::close(fd) == 0;
     if (!written || !closed) {
@@ -111,7 +115,8 @@ std::optional<BridgeConfig> BridgeConfig::read(const std::filesystem::path& file
     const nlohmann::json object = nlohmann::json::parse(text, nullptr, false);
     if (!object.is_object()) return std::nullopt;
     const auto token = object.find("token");
-    if (token == object.end() || !token->is_string() || token->get_ref<const std::string&>().empty())
+    if (token == object.end() || !token->is_string() ||
+        token->get_ref<const std::string&>().empty())
         return std::nullopt;
     const auto port = object.find("port");
     if (port == object.end()) return std::nullopt;
@@ -120,7 +125,9 @@ std::optional<BridgeConfig> BridgeConfig::read(const std::filesystem::path& file
     return BridgeConfig{*value, token->get<std::string>()};
 }
 
-void BridgeConfig::remove(const std::filesystem::path& file) { ::unlink(file.c_str()); }
+void BridgeConfig::remove(const std::filesystem::path& file) {
+    ::unlink(file.c_str());
+}
 
 std::filesystem::path BridgeConfig::location(const std::filesystem::path& claudeFolder) {
     return claudeFolder / "norrow" / "config.json";

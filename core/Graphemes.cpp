@@ -22,7 +22,9 @@ icu::BreakIterator* characterIterator() {
     return iterator.get();
 }
 
-bool isAscii(unsigned char b) { return b < 0x80; }
+bool isAscii(unsigned char b) {
+    return b < 0x80;
+}
 
 template <typename Visit> void forEachBoundary(std::string_view text, Visit visit) {
     const std::size_t n = text.size();
@@ -35,7 +37,8 @@ template <typename Visit> void forEachBoundary(std::string_view text, Visit visi
     while (p < n) {
         const auto b = static_cast<unsigned char>(text[p]);
         // Between two ASCII characters there is always a boundary, except inside CR LF.
-        if (isAscii(b) && b != '\r' && (p + 1 == n || isAscii(static_cast<unsigned char>(text[p + 1])))) {
+        if (isAscii(b) && b != '\r' &&
+            (p + 1 == n || isAscii(static_cast<unsigned char>(text[p + 1])))) {
             ++p;
             visit(p);
             continue;
@@ -85,9 +88,15 @@ char32_t Graphemes::scalar(std::size_t i) const {
     return unicode::decode(text_, starts_[i], length);
 }
 
-bool Graphemes::isWhitespace(std::size_t i) const { return unicode::isWhitespace(scalar(i)); }
-bool Graphemes::isLetter(std::size_t i) const { return unicode::isLetter(scalar(i)); }
-bool Graphemes::isNumber(std::size_t i) const { return unicode::isNumber(scalar(i)); }
+bool Graphemes::isWhitespace(std::size_t i) const {
+    return unicode::isWhitespace(scalar(i));
+}
+bool Graphemes::isLetter(std::size_t i) const {
+    return unicode::isLetter(scalar(i));
+}
+bool Graphemes::isNumber(std::size_t i) const {
+    return unicode::isNumber(scalar(i));
+}
 
 std::size_t Graphemes::count(std::string_view utf8) {
     std::size_t n = 0;

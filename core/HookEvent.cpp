@@ -107,10 +107,14 @@ std::string repairSurrogateEscapes(std::string_view s) {
         for (std::size_t k = at + 2; k < at + 6; ++k) {
             const char c = s[k];
             out <<= 4;
-            if (c >= '0' && c <= '9') out |= static_cast<unsigned>(c - '0');
-            else if (c >= 'a' && c <= 'f') out |= static_cast<unsigned>(c - 'a' + 10);
-            else if (c >= 'A' && c <= 'F') out |= static_cast<unsigned>(c - 'A' + 10);
-            else return false;
+            if (c >= '0' && c <= '9')
+                out |= static_cast<unsigned>(c - '0');
+            else if (c >= 'a' && c <= 'f')
+                out |= static_cast<unsigned>(c - 'a' + 10);
+            else if (c >= 'A' && c <= 'F')
+                out |= static_cast<unsigned>(c - 'A' + 10);
+            else
+                return false;
         }
         return true;
     };
@@ -158,10 +162,17 @@ json parseLenientJson(std::string_view text) {
     return json::parse(repairSurrogateEscapes(unicode::toValidUtf8(text)), nullptr, false);
 }
 
-std::string_view HookEvent::rawValue(Name name) { return rawOf(kNames, name); }
-std::string_view HookEvent::rawValue(NotificationType type) { return rawOf(kTypes, type); }
-std::optional<HookEvent::Name> HookEvent::nameFromRaw(std::string_view raw) { return valueOf(kNames, raw); }
-std::optional<HookEvent::NotificationType> HookEvent::notificationTypeFromRaw(std::string_view raw) {
+std::string_view HookEvent::rawValue(Name name) {
+    return rawOf(kNames, name);
+}
+std::string_view HookEvent::rawValue(NotificationType type) {
+    return rawOf(kTypes, type);
+}
+std::optional<HookEvent::Name> HookEvent::nameFromRaw(std::string_view raw) {
+    return valueOf(kNames, raw);
+}
+std::optional<HookEvent::NotificationType>
+HookEvent::notificationTypeFromRaw(std::string_view raw) {
     return valueOf(kTypes, raw);
 }
 
@@ -181,7 +192,8 @@ std::optional<HookEvent> HookEvent::fromJson(const json& object) {
     event.lastAssistantMessage = text(object, "last_assistant_message");
     event.stopHookActive = boolean(object, "stop_hook_active");
     event.prompt = text(object, "prompt");
-    if (const auto type = text(object, "notification_type")) event.notificationType = notificationTypeFromRaw(*type);
+    if (const auto type = text(object, "notification_type"))
+        event.notificationType = notificationTypeFromRaw(*type);
     event.message = text(object, "message");
     event.agent = text(object, "agent");
     event.termProgram = text(object, "term_program");
@@ -237,7 +249,8 @@ nlohmann::ordered_json HookEvent::encode() const {
 std::optional<std::string> HookEvent::projectName() const {
     if (!cwd || cwd->empty()) return std::nullopt;
     std::string_view path = *cwd;
-    while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+    while (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
     if (path == "/") return std::string("/");
     const auto slash = path.rfind('/');
     const std::string_view last = slash == std::string_view::npos ? path : path.substr(slash + 1);

@@ -12,8 +12,10 @@ namespace {
 constexpr std::string_view kTerminator = "\r\n\r\n";
 
 std::string_view trimSpacesAndTabs(std::string_view s) {
-    while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
-    while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
+    while (!s.empty() && (s.front() == ' ' || s.front() == '\t'))
+        s.remove_prefix(1);
+    while (!s.empty() && (s.back() == ' ' || s.back() == '\t'))
+        s.remove_suffix(1);
     return s;
 }
 
@@ -108,7 +110,8 @@ std::optional<std::string> RequestProtocol::Request::bearerToken() const {
     const std::string& value = it->second;
     const std::size_t space = value.find(' ');
     if (space == std::string::npos) return std::nullopt;
-    if (unicode::lowercased(std::string_view(value).substr(0, space)) != "bearer") return std::nullopt;
+    if (unicode::lowercased(std::string_view(value).substr(0, space)) != "bearer")
+        return std::nullopt;
     return value.substr(space + 1);
 }
 
@@ -123,7 +126,8 @@ bool RequestProtocol::constantTimeEquals(std::string_view a, std::string_view b)
     return accumulator == 0;
 }
 
-RequestProtocol::Decision RequestProtocol::dispatch(const Request& request, std::string_view token) {
+RequestProtocol::Decision RequestProtocol::dispatch(const Request& request,
+                                                    std::string_view token) {
     if (request.method != "POST" || request.path != "/v1/event") return {{404, "not found"}, {}};
     const auto presented = request.bearerToken();
     if (!presented || !constantTimeEquals(*presented, token)) return {{401, "unauthorized"}, {}};
@@ -134,13 +138,20 @@ RequestProtocol::Decision RequestProtocol::dispatch(const Request& request, std:
 
 std::string_view RequestProtocol::Reply::reasonPhrase(int status) {
     switch (status) {
-    case 200: return "OK";
-    case 400: return "Bad Request";
-    case 401: return "Unauthorized";
-    case 404: return "Not Found";
-    case 413: return "Payload Too Large";
-    case 422: return "Unprocessable Entity";
-    default: return "Error";
+    case 200:
+        return "OK";
+    case 400:
+        return "Bad Request";
+    case 401:
+        return "Unauthorized";
+    case 404:
+        return "Not Found";
+    case 413:
+        return "Payload Too Large";
+    case 422:
+        return "Unprocessable Entity";
+    default:
+        return "Error";
     }
 }
 

@@ -102,7 +102,8 @@ enum class Case { lower, upper };
 
 std::string mapCase(std::string_view s, Case to) {
     bool ascii = true;
-    for (char ch : s) ascii = ascii && static_cast<unsigned char>(ch) < 0x80;
+    for (char ch : s)
+        ascii = ascii && static_cast<unsigned char>(ch) < 0x80;
     std::string out;
     if (ascii) {
         out.reserve(s.size());
@@ -115,15 +116,21 @@ std::string mapCase(std::string_view s, Case to) {
     }
     icu::UnicodeString u =
         icu::UnicodeString::fromUTF8(icu::StringPiece(s.data(), static_cast<int32_t>(s.size())));
-    if (to == Case::lower) u.toLower(icu::Locale::getRoot());
-    else u.toUpper(icu::Locale::getRoot());
+    if (to == Case::lower)
+        u.toLower(icu::Locale::getRoot());
+    else
+        u.toUpper(icu::Locale::getRoot());
     u.toUTF8String(out);
     return out;
 }
 
 } // namespace
 
-std::string lowercased(std::string_view s) { return mapCase(s, Case::lower); }
-std::string uppercased(std::string_view s) { return mapCase(s, Case::upper); }
+std::string lowercased(std::string_view s) {
+    return mapCase(s, Case::lower);
+}
+std::string uppercased(std::string_view s) {
+    return mapCase(s, Case::upper);
+}
 
 } // namespace norrow::unicode

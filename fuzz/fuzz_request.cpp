@@ -14,7 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const auto decision = norrow::RequestProtocol::dispatch(*request, "token");
         (void)decision.reply.bytes();
         if (decision.event) {
-            const auto again = norrow::HookEvent::fromJson(nlohmann::json::parse(decision.event->encode().dump()));
+            const auto again =
+                norrow::HookEvent::fromJson(nlohmann::json::parse(decision.event->encode().dump()));
             if (!again || !(*again == *decision.event)) __builtin_trap();
         }
     }

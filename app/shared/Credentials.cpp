@@ -30,7 +30,9 @@ bool fillRandom(std::array<unsigned char, 32>& bytes) {
 #endif
 }
 
-std::string uuidText() { return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper().toStdString(); }
+std::string uuidText() {
+    return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper().toStdString();
+}
 
 } // namespace
 
@@ -51,7 +53,8 @@ std::string Credentials::token() {
     if (const auto stored = keychain_.read(service, account);
         stored && !stored->empty() && unicode::isValidUtf8(*stored))
         return *stored;
-    if (const auto fallback = defaults_.string("bridgeTokenFallback"); fallback && !fallback->isEmpty())
+    if (const auto fallback = defaults_.string("bridgeTokenFallback");
+        fallback && !fallback->isEmpty())
         return fallback->toStdString();
     const std::string fresh = generateToken();
     if (!keychain_.replace(service, account, fresh)) {

@@ -16,7 +16,8 @@ public:
     static constexpr const char* service = "com.qelvane.Norrow";
     static constexpr const char* account = "bridge-token";
 
-    Credentials(SecretStore& keychain, UserDefaults& defaults) : keychain_(keychain), defaults_(defaults) {}
+    Credentials(SecretStore& keychain, UserDefaults& defaults)
+        : keychain_(keychain), defaults_(defaults) {}
 
     // The token, created and stored on first use. Read afresh on every call.
     std::string token();

@@ -26,7 +26,8 @@ bool runToCompletion(QKeychain::Job& job) {
 
 } // namespace
 
-std::optional<std::string> KeychainStore::read(const std::string& service, const std::string& account) {
+std::optional<std::string> KeychainStore::read(const std::string& service,
+                                               const std::string& account) {
     QKeychain::ReadPasswordJob job(QString::fromStdString(service));
     job.setKey(QString::fromStdString(account));
     if (!runToCompletion(job)) return std::nullopt;
@@ -34,7 +35,8 @@ std::optional<std::string> KeychainStore::read(const std::string& service, const
     return std::string(data.constData(), static_cast<std::size_t>(data.size()));
 }
 
-bool KeychainStore::replace(const std::string& service, const std::string& account, const std::string& secret) {
+bool KeychainStore::replace(const std::string& service, const std::string& account,
+                            const std::string& secret) {
     QKeychain::DeletePasswordJob remove(QString::fromStdString(service));
     remove.setKey(QString::fromStdString(account));
     runToCompletion(remove);

@@ -8,7 +8,8 @@ UserDefaults::UserDefaults(const QString& iniFile)
     : settings_(std::make_unique<QSettings>(iniFile, QSettings::IniFormat)) {}
 
 void UserDefaults::registerDefaults(const QVariantMap& defaults) {
-    for (auto it = defaults.begin(); it != defaults.end(); ++it) registered_.insert(it.key(), it.value());
+    for (auto it = defaults.begin(); it != defaults.end(); ++it)
+        registered_.insert(it.key(), it.value());
 }
 
 QVariant UserDefaults::value(const QString& key) const {
@@ -19,7 +20,8 @@ QVariant UserDefaults::value(const QString& key) const {
 
 std::optional<QString> UserDefaults::string(const QString& key) const {
     const QVariant v = value(key);
-    if (!v.isValid() || v.typeId() == QMetaType::QStringList || v.typeId() == QMetaType::QVariantList)
+    if (!v.isValid() || v.typeId() == QMetaType::QStringList ||
+        v.typeId() == QMetaType::QVariantList)
         return std::nullopt;
     return v.toString();
 }
@@ -56,10 +58,16 @@ QStringList UserDefaults::stringList(const QString& key) const {
     return {};
 }
 
-void UserDefaults::set(const QString& key, const QVariant& value) { settings_->setValue(key, value); }
+void UserDefaults::set(const QString& key, const QVariant& value) {
+    settings_->setValue(key, value);
+}
 
-void UserDefaults::remove(const QString& key) { settings_->remove(key); }
+void UserDefaults::remove(const QString& key) {
+    settings_->remove(key);
+}
 
-void UserDefaults::sync() { settings_->sync(); }
+void UserDefaults::sync() {
+    settings_->sync();
+}
 
 } // namespace norrow

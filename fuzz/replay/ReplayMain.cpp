@@ -30,7 +30,8 @@ int main(int argc, char** argv) {
             std::vector<std::filesystem::path> files;
             for (const auto& entry : std::filesystem::directory_iterator(path))
                 if (entry.is_regular_file()) files.push_back(entry.path());
-            for (const auto& file : files) replay(file, count);
+            for (const auto& file : files)
+                replay(file, count);
         } else {
             replay(path, count);
         }

@@ -1,4 +1,5 @@
 #include "core/BridgeConfig.h"
+
 #include "support/TempDir.h"
 
 #include <fstream>
@@ -48,18 +49,17 @@ TEST(BridgeConfigFile, ReplacesALeftoverAndTightensAnOpenFolder) {
 }
 
 TEST(BridgeConfigFile, WriteFailuresAreDescribed) {
-    if (::geteuid() == 0) GTEST_SKIP() << "permissions do not bind root";
     test::TempDir claude;
     const auto folder = claude / "norrow";
-    std::filesystem::create_directories(folder);
-    ::chmod(folder.c_str(), 0500);
+    // A folder where the temporary file belongs cannot be replaced, even by root.
+    std::filesystem::create_directories(folder / "config.json.new" / "inside");
     try {
         BridgeConfig::write(1, "t", folder / "config.json");
         FAIL() << "expected a failure";
     } catch (const BridgeConfig::ConfigError& e) {
         EXPECT_EQ(e.kind(), BridgeConfig::ConfigError::Case::writeFailed);
-        EXPECT_EQ(std::string(e.what()),
-                  "could not write the bridge config: cannot create " + (folder / "config.json.new").string());
+        EXPECT_EQ(std::string(e.what()), "could not write the bridge config: cannot create " +
+                                             (folder / "config.json.new").string());
     }
 }
 
@@ -71,8 +71,8 @@ TEST(BridgeConfigFile, RenameOntoAFolderFailsAndLeavesNoTemporary) {
         BridgeConfig::write(1, "t", file);
         FAIL() << "expected a failure";
     } catch (const BridgeConfig::ConfigError& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("could not write the bridge config: rename to " + file.string() +
-                                                  " failed: ",
+        EXPECT_EQ(std::string(e.what()).rfind("could not write the bridge config: rename to " +
+                                                  file.string() + " failed: ",
                                               0),
                   0u);
     }

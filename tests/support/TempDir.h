@@ -11,7 +11,8 @@ namespace norrow::test {
 class TempDir {
 public:
     TempDir() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "norrow-test-XXXXXX").string();
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "norrow-test-XXXXXX").string();
         path_ = ::mkdtemp(pattern.data());
     }
     ~TempDir() {

@@ -10,7 +10,9 @@ namespace {
 
 using json = nlohmann::json;
 
-std::optional<HookEvent> decoded(const char* text) { return HookEvent::decode(std::string_view(text)); }
+std::optional<HookEvent> decoded(const char* text) {
+    return HookEvent::decode(std::string_view(text));
+}
 
 TEST(HookEventDecoding, OnlyTheHookNameCanMakeDecodingFail) {
     struct Case {
@@ -31,7 +33,8 @@ TEST(HookEventDecoding, OnlyTheHookNameCanMakeDecodingFail) {
         {"{\"hook_event_name\":\"Stop\",\"message\":\"\xff\"}", false},
         {R"({"hook_event_name":"Stop","message":"\ud800"})", false},
     };
-    for (const auto& c : cases) EXPECT_EQ(decoded(c.body).has_value(), c.decodes) << c.body;
+    for (const auto& c : cases)
+        EXPECT_EQ(decoded(c.body).has_value(), c.decodes) << c.body;
 }
 
 TEST(HookEventDecoding, MistypedOptionalFieldsBecomeAbsent) {
@@ -65,7 +68,8 @@ TEST(HookEventDecoding, StatsFailAsAWhole) {
         {R"("many")", std::nullopt},
     };
     for (const auto& c : cases) {
-        const std::string body = std::string(R"({"hook_event_name":"Stop","stats":)") + c.stats + "}";
+        const std::string body =
+            std::string(R"({"hook_event_name":"Stop","stats":)") + c.stats + "}";
         const auto event = HookEvent::decode(std::string_view(body));
         ASSERT_TRUE(event) << body;
         EXPECT_EQ(event->stats, c.expected) << body;
@@ -79,19 +83,21 @@ TEST(HookEventEncoding, WritesPresentKeysInRecordOrderAndRoundTrips) {
     event.sessionId = "s1";
     event.notificationType = HookEvent::NotificationType::idlePrompt;
     event.stats = HookEvent::Stats{1, {}, 5, {}, {}};
-    EXPECT_EQ(event.encode().dump(),
-              R"({"hook_event_name":"Notification","session_id":"s1","notification_type":"idle_prompt",)"
-              R"("bridge_version":"1.2.0","term_program":"vscode","stats":{"toolCount":1,"linesAdded":5}})");
+    EXPECT_EQ(
+        event.encode().dump(),
+        R"({"hook_event_name":"Notification","session_id":"s1","notification_type":"idle_prompt",)"
+        R"("bridge_version":"1.2.0","term_program":"vscode","stats":{"toolCount":1,"linesAdded":5}})");
     EXPECT_EQ(HookEvent::fromJson(json::parse(event.encode().dump())), event);
 }
 
 TEST(HookEventEncoding, EveryRealPayloadRoundTrips) {
     int decodedCount = 0;
-    for (const auto& entry :
-         std::filesystem::directory_iterator(std::filesystem::path(NORROW_CORPUS_DIR) / "hook-payloads")) {
+    for (const auto& entry : std::filesystem::directory_iterator(
+             std::filesystem::path(NORROW_CORPUS_DIR) / "hook-payloads")) {
         if (entry.path().extension() != ".json") continue;
         std::ifstream in(entry.path(), std::ios::binary);
-        const std::string body((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const std::string body((std::istreambuf_iterator<char>(in)),
+                               std::istreambuf_iterator<char>());
         const auto event = HookEvent::decode(std::string_view(body));
         if (!event) continue;
         ++decodedCount;
@@ -102,8 +108,8 @@ TEST(HookEventEncoding, EveryRealPayloadRoundTrips) {
 
 TEST(HookEventProperties, ProjectName) {
     const std::pair<std::optional<std::string>, std::optional<std::string>> cases[] = {
-        {"/Users/a/proj/", "proj"}, {"/Users/a/proj", "proj"}, {"/", "/"}, {"", std::nullopt},
-        {std::nullopt, std::nullopt}, {"relative", "relative"}, {"///", "/"},
+        {"/Users/a/proj/", "proj"},   {"/Users/a/proj", "proj"}, {"/", "/"},   {"", std::nullopt},
+        {std::nullopt, std::nullopt}, {"relative", "relative"},  {"///", "/"},
     };
     for (const auto& [cwd, name] : cases) {
         HookEvent event(HookEvent::Name::stop);
@@ -114,7 +120,10 @@ TEST(HookEventProperties, ProjectName) {
 
 TEST(HookEventProperties, AgentLabel) {
     const std::pair<std::optional<std::string>, const char*> cases[] = {
-        {"CODEX", "Codex"}, {"codex", "Codex"}, {"codex-cli", "Claude Code"}, {std::nullopt, "Claude Code"}};
+        {"CODEX", "Codex"},
+        {"codex", "Codex"},
+        {"codex-cli", "Claude Code"},
+        {std::nullopt, "Claude Code"}};
     for (const auto& [agent, label] : cases) {
         HookEvent event(HookEvent::Name::stop);
         event.agent = agent;
