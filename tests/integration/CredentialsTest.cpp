@@ -66,7 +66,7 @@ TEST_F(CredentialsTest, CreatesATokenOnceAndKeepsItInTheKeychain) {
 }
 
 TEST_F(CredentialsTest, AnUnusableKeychainValueCountsAsMissing) {
-    for (const std::string unusable : {std::string(), std::string("\xff\xfe")}) {
+    for (const std::string& unusable : {std::string(), std::string("\xff\xfe")}) {
         keychain.items[{"com.qelvane.Norrow", "bridge-token"}] = unusable;
         const std::string token = tokenNow();
         EXPECT_TRUE(isHexToken(token)) << token;
