@@ -41,21 +41,14 @@ TEST(BridgeState, FinishedJsonFilesAreSessionsLatestFirstTiesInListingOrder) {
     EXPECT_NEAR(details[0].lastActivity.time_since_epoch().count(), 1'700'000'100.5, 1e-6);
     EXPECT_EQ(details.back(), (BridgeState::LiveSession{
                                   "link", BridgeState::Date(std::chrono::seconds(1'600'000'000))}));
-}
-
-TEST(BridgeState, AnUnreadableFolderHasNoSessions) {
-    test::TempDir claude;
-    std::ofstream(claude / "plain-file") << "x";
-    for (const auto& folder :
-         {claude / "missing", claude / "plain-file", claude / "plain-file/below"})
-        EXPECT_EQ(BridgeState::count(folder), 0u) << folder;
+    EXPECT_EQ(BridgeState::count(state / "missing"), 0u);
+    EXPECT_EQ(BridgeState::count(state / "notes.txt"), 0u);
 }
 
 TEST(BridgeState, Describe) {
     const std::pair<std::size_t, const char*> cases[] = {{0, "No Claude Code sessions"},
                                                          {1, "1 Claude Code session"},
-                                                         {2, "2 Claude Code sessions"},
-                                                         {1000, "1000 Claude Code sessions"}};
+                                                         {2, "2 Claude Code sessions"}};
     for (const auto& [count, text] : cases)
         EXPECT_EQ(BridgeState::describe(count), text);
 }
