@@ -4,16 +4,10 @@
 
 #include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <sys/stat.h>
 
 namespace norrow {
 namespace {
-
-std::string contents(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 unsigned mode(const std::filesystem::path& path) {
     struct stat info {};
@@ -21,62 +15,49 @@ unsigned mode(const std::filesystem::path& path) {
     return info.st_mode & 07777;
 }
 
-void put(const std::filesystem::path& file, const std::string& text) {
-    std::ofstream(file, std::ios::binary) << text;
-}
-
-TEST(BridgeConfigFile, ExactBytesAndPrivatePermissions) {
+TEST(BridgeConfigFile, ExactBytesPrivatePermissionsAndALeftoverReplaced) {
     test::TempDir claude;
     const auto file = BridgeConfig::location(claude.path());
-    BridgeConfig::write(51234, "abc123", file);
-    EXPECT_EQ(contents(file), R"({"port":51234,"token":"abc123"})");
-    EXPECT_EQ(mode(file), 0600u);
-    EXPECT_EQ(mode(file.parent_path()), 0700u);
-    EXPECT_FALSE(std::filesystem::exists(file.parent_path() / "config.json.new"));
-    EXPECT_EQ(BridgeConfig::read(file), (BridgeConfig{51234, "abc123"}));
-}
-
-TEST(BridgeConfigFile, ReplacesALeftoverAndTightensAnOpenFolder) {
-    test::TempDir claude;
-    const auto folder = claude / "norrow";
-    std::filesystem::create_directories(folder);
-    ::chmod(folder.c_str(), 0755);
-    put(folder / "config.json.new", "half-written");
-    BridgeConfig::write(1, "t", folder / "config.json");
-    EXPECT_EQ(contents(folder / "config.json"), R"({"port":1,"token":"t"})");
-    EXPECT_EQ(mode(folder), 0700u);
-    EXPECT_FALSE(std::filesystem::exists(folder / "config.json.new"));
+    const auto expectWritten = [&](std::uint16_t port, const std::string& token,
+                                   const std::string& bytes) {
+        BridgeConfig::write(port, token, file);
+        std::ifstream in(file, std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), bytes);
+        EXPECT_EQ(mode(file), 0600u);
+        EXPECT_EQ(mode(file.parent_path()), 0700u);
+        EXPECT_FALSE(std::filesystem::exists(file.parent_path() / "config.json.new"));
+        EXPECT_EQ(BridgeConfig::read(file), (BridgeConfig{port, token}));
+    };
+    expectWritten(51234, "abc123", R"({"port":51234,"token":"abc123"})");
+    // Neither a half-written leftover nor a folder others can read survive the next write.
+    std::ofstream(file.parent_path() / "config.json.new") << "half-written";
+    ::chmod(file.parent_path().c_str(), 0755);
+    expectWritten(1, "t", R"({"port":1,"token":"t"})");
 }
 
 TEST(BridgeConfigFile, WriteFailuresAreDescribed) {
     test::TempDir claude;
-    const auto folder = claude / "norrow";
-    // A folder where the temporary file belongs cannot be replaced, even by root.
-    std::filesystem::create_directories(folder / "config.json.new" / "inside");
-    try {
-        BridgeConfig::write(1, "t", folder / "config.json");
-        FAIL() << "expected a failure";
-    } catch (const BridgeConfig::ConfigError& e) {
-        EXPECT_EQ(e.kind(), BridgeConfig::ConfigError::Case::writeFailed);
-        EXPECT_EQ(std::string(e.what()), "could not write the bridge config: cannot create " +
-                                             (folder / "config.json.new").string());
-    }
-}
-
-TEST(BridgeConfigFile, RenameOntoAFolderFailsAndLeavesNoTemporary) {
-    test::TempDir claude;
     const auto file = BridgeConfig::location(claude.path());
-    std::filesystem::create_directories(file / "occupied");
-    try {
-        BridgeConfig::write(1, "t", file);
-        FAIL() << "expected a failure";
-    } catch (const BridgeConfig::ConfigError& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("could not write the bridge config: rename to " +
-                                                  file.string() + " failed: ",
-                                              0),
-                  0u);
+    const auto leftover = file.parent_path() / "config.json.new";
+    // Folders stand where the files belong: nothing can replace them, not even root.
+    const std::pair<std::filesystem::path, std::string> cases[] = {
+        {leftover / "inside", "cannot create " + leftover.string()},
+        {file / "inside", "rename to " + file.string() + " failed: "},
+    };
+    for (const auto& [blocker, description] : cases) {
+        std::filesystem::create_directories(blocker);
+        try {
+            BridgeConfig::write(1, "t", file);
+            ADD_FAILURE() << "expected a failure";
+        } catch (const BridgeConfig::ConfigError& e) {
+            EXPECT_EQ(e.kind(), BridgeConfig::ConfigError::Case::writeFailed);
+            EXPECT_TRUE(std::string(e.what()).starts_with("could not write the bridge config: " +
+                                                          description))
+                << e.what();
+        }
+        std::filesystem::remove_all(blocker.parent_path());
+        EXPECT_FALSE(std::filesystem::exists(leftover));
     }
-    EXPECT_FALSE(std::filesystem::exists(file.parent_path() / "config.json.new"));
 }
 
 TEST(BridgeConfigFile, ReadIsStrictAboutPortAndToken) {
@@ -96,7 +77,7 @@ TEST(BridgeConfigFile, ReadIsStrictAboutPortAndToken) {
         {"not json", std::nullopt},
     };
     for (const auto& [text, expected] : cases) {
-        put(dir / "config.json", text);
+        std::ofstream(dir / "config.json", std::ios::binary) << text;
         EXPECT_EQ(BridgeConfig::read(dir / "config.json"), expected) << text;
     }
     EXPECT_EQ(BridgeConfig::read(dir / "missing.json"), std::nullopt);

@@ -2,12 +2,9 @@
 #include "support/Process.h"
 #include "support/TempDir.h"
 
-#include <arpa/inet.h>
 #include <csignal>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace norrow {
@@ -27,12 +24,15 @@ std::string post(std::uint16_t port, const std::string& body, const std::string&
 
 class ServeTest : public ::testing::Test {
 protected:
-    std::unique_ptr<test::Process> serve(std::vector<std::string> extra) {
-        std::vector<std::string> argv = {NORROWCTL, "serve",           "--token",
-                                         kToken,    "--claude-folder", (dir / "claude").string()};
+    // A server whose settings and Claude Code folder live in `home` (under the test's folder).
+    std::unique_ptr<test::Process> serve(std::vector<std::string> extra,
+                                         const std::string& home = "") {
+        std::vector<std::string> argv = {NORROWCTL,         "serve",
+                                         "--token",         kToken,
+                                         "--claude-folder", (dir / home / "claude").string()};
         argv.insert(argv.end(), extra.begin(), extra.end());
         return std::make_unique<test::Process>(
-            argv, test::Environment{{"XDG_CONFIG_HOME", (dir / "config").string()}});
+            argv, test::Environment{{"XDG_CONFIG_HOME", (dir / home / "config").string()}});
     }
 
     static std::uint16_t portOf(const std::optional<std::string>& line) {
@@ -87,15 +87,9 @@ TEST_F(ServeTest, PrintsOneLinePerAlertByTheUsersRules) {
 }
 
 TEST_F(ServeTest, ABusyPreferredPortFallsBackAndIsRemembered) {
-    const int holder = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(::bind(holder, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(::listen(holder, 1), 0);
-    socklen_t length = sizeof address;
-    ::getsockname(holder, reinterpret_cast<sockaddr*>(&address), &length);
-    const std::uint16_t busy = ntohs(address.sin_port);
+    const auto holder = serve({"--port", "0"}, "holder");
+    const std::uint16_t busy = portOf(holder->readLine());
+    ASSERT_NE(busy, 0);
 
     setting("listenerPort=" + std::to_string(busy));
     auto server = serve({});
@@ -106,15 +100,12 @@ TEST_F(ServeTest, ABusyPreferredPortFallsBackAndIsRemembered) {
     ::usleep(800'000);
     EXPECT_EQ(server->stop(SIGTERM), 0);
     std::ifstream settings(dir / "config" / "qelvane" / "Norrow.conf");
-    const std::string text((std::istreambuf_iterator<char>(settings)),
-                           std::istreambuf_iterator<char>());
+    const std::string text(std::istreambuf_iterator<char>(settings), {});
     EXPECT_NE(text.find("listenerPort=" + std::to_string(port)), std::string::npos) << text;
-    ::close(holder);
 }
 
 TEST_F(ServeTest, RejectsAnInvalidPort) {
-    const auto result = test::run({NORROWCTL, "serve", "--port", "70000"});
-    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(test::run({NORROWCTL, "serve", "--port", "70000"}).status, 2);
 }
 
 } // namespace

@@ -15,11 +15,7 @@ std::optional<HookEvent> decoded(const char* text) {
 }
 
 TEST(HookEventDecoding, OnlyTheHookNameCanMakeDecodingFail) {
-    struct Case {
-        const char* body;
-        bool decodes;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, bool> cases[] = {
         {R"({"hook_event_name":"Stop"})", true},
         {R"({"hook_event_name":"SubagentStop","session_id":42})", true},
         {R"({"hook_event_name":"PreToolUse"})", false},
@@ -33,8 +29,8 @@ TEST(HookEventDecoding, OnlyTheHookNameCanMakeDecodingFail) {
         {"{\"hook_event_name\":\"Stop\",\"message\":\"\xff\"}", false},
         {R"({"hook_event_name":"Stop","message":"\ud800"})", false},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(decoded(c.body).has_value(), c.decodes) << c.body;
+    for (const auto& [body, decodes] : cases)
+        EXPECT_EQ(decoded(body).has_value(), decodes) << body;
 }
 
 TEST(HookEventDecoding, MistypedOptionalFieldsBecomeAbsent) {
@@ -54,11 +50,7 @@ TEST(HookEventDecoding, MistypedOptionalFieldsBecomeAbsent) {
 }
 
 TEST(HookEventDecoding, StatsFailAsAWhole) {
-    struct Case {
-        const char* stats;
-        std::optional<HookEvent::Stats> expected;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, std::optional<HookEvent::Stats>> cases[] = {
         {R"({"toolCount":3,"costUSD":0.12})", HookEvent::Stats{3, {}, {}, {}, 0.12}},
         {R"({"toolCount":"3"})", std::nullopt},
         {R"({"toolCount":3.5})", std::nullopt},
@@ -67,16 +59,15 @@ TEST(HookEventDecoding, StatsFailAsAWhole) {
         {R"({"filesTouched":18446744073709551615})", std::nullopt},
         {R"("many")", std::nullopt},
     };
-    for (const auto& c : cases) {
-        const std::string body =
-            std::string(R"({"hook_event_name":"Stop","stats":)") + c.stats + "}";
+    for (const auto& [stats, expected] : cases) {
+        const std::string body = std::string(R"({"hook_event_name":"Stop","stats":)") + stats + "}";
         const auto event = HookEvent::decode(std::string_view(body));
         ASSERT_TRUE(event) << body;
-        EXPECT_EQ(event->stats, c.expected) << body;
+        EXPECT_EQ(event->stats, expected) << body;
     }
 }
 
-TEST(HookEventEncoding, WritesPresentKeysInRecordOrderAndRoundTrips) {
+TEST(HookEventEncoding, WritesPresentKeysInRecordOrderAndEveryRealPayloadRoundTrips) {
     HookEvent event(HookEvent::Name::notification);
     event.termProgram = "vscode";
     event.bridgeVersion = "1.2.0";
@@ -88,9 +79,7 @@ TEST(HookEventEncoding, WritesPresentKeysInRecordOrderAndRoundTrips) {
         R"({"hook_event_name":"Notification","session_id":"s1","notification_type":"idle_prompt",)"
         R"("bridge_version":"1.2.0","term_program":"vscode","stats":{"toolCount":1,"linesAdded":5}})");
     EXPECT_EQ(HookEvent::fromJson(json::parse(event.encode().dump())), event);
-}
 
-TEST(HookEventEncoding, EveryRealPayloadRoundTrips) {
     int decodedCount = 0;
     for (const auto& entry : std::filesystem::directory_iterator(
              std::filesystem::path(NORROW_CORPUS_DIR) / "hook-payloads")) {
@@ -98,46 +87,38 @@ TEST(HookEventEncoding, EveryRealPayloadRoundTrips) {
         std::ifstream in(entry.path(), std::ios::binary);
         const std::string body((std::istreambuf_iterator<char>(in)),
                                std::istreambuf_iterator<char>());
-        const auto event = HookEvent::decode(std::string_view(body));
-        if (!event) continue;
+        const auto real = HookEvent::decode(std::string_view(body));
+        if (!real) continue;
         ++decodedCount;
-        EXPECT_EQ(HookEvent::fromJson(json::parse(event->encode().dump())), event) << entry.path();
+        EXPECT_EQ(HookEvent::fromJson(json::parse(real->encode().dump())), real) << entry.path();
     }
     EXPECT_GT(decodedCount, 30);
 }
 
-TEST(HookEventProperties, ProjectName) {
-    const std::pair<std::optional<std::string>, std::optional<std::string>> cases[] = {
+TEST(HookEventProperties, DerivedFromTheRecordedFields) {
+    HookEvent event(HookEvent::Name::stop);
+    const std::pair<std::optional<std::string>, std::optional<std::string>> projects[] = {
         {"/Users/a/proj/", "proj"},   {"/Users/a/proj", "proj"}, {"/", "/"},   {"", std::nullopt},
         {std::nullopt, std::nullopt}, {"relative", "relative"},  {"///", "/"},
     };
-    for (const auto& [cwd, name] : cases) {
-        HookEvent event(HookEvent::Name::stop);
+    for (const auto& [cwd, name] : projects) {
         event.cwd = cwd;
         EXPECT_EQ(event.projectName(), name) << cwd.value_or("(absent)");
     }
-}
 
-TEST(HookEventProperties, AgentLabel) {
-    const std::pair<std::optional<std::string>, const char*> cases[] = {
+    const std::pair<std::optional<std::string>, const char*> labels[] = {
         {"CODEX", "Codex"},
         {"codex", "Codex"},
         {"codex-cli", "Claude Code"},
-        {std::nullopt, "Claude Code"}};
-    for (const auto& [agent, label] : cases) {
-        HookEvent event(HookEvent::Name::stop);
+        {std::nullopt, "Claude Code"},
+    };
+    for (const auto& [agent, label] : labels) {
         event.agent = agent;
         EXPECT_EQ(event.agentLabel(), label);
     }
-}
 
-TEST(HookEventProperties, IntegratedTerminal) {
-    struct Case {
-        std::optional<std::string> program;
-        std::optional<std::string> bundle;
-        bool integrated;
-    };
-    const Case cases[] = {
+    using Terminal = std::tuple<std::optional<std::string>, std::optional<std::string>, bool>;
+    const Terminal terminals[] = {
         {"VSCode", std::nullopt, true},
         {std::nullopt, "COM.MICROSOFT.VSCODE", true},
         {std::nullopt, "com.jetbrains.pycharm", true},
@@ -146,11 +127,10 @@ TEST(HookEventProperties, IntegratedTerminal) {
         {"iTerm.app", "", false},
         {std::nullopt, std::nullopt, false},
     };
-    for (const auto& c : cases) {
-        HookEvent event(HookEvent::Name::stop);
-        event.termProgram = c.program;
-        event.termBundleId = c.bundle;
-        EXPECT_EQ(event.isIntegratedTerminal(), c.integrated) << c.bundle.value_or("-");
+    for (const auto& [program, bundle, integrated] : terminals) {
+        event.termProgram = program;
+        event.termBundleId = bundle;
+        EXPECT_EQ(event.isIntegratedTerminal(), integrated) << bundle.value_or("-");
     }
 }
 
