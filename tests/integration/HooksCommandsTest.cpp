@@ -10,12 +10,13 @@ namespace {
 TEST(HooksCommands, AnswerOnTheirStreamsWithTheirStatuses) {
     const test::TempDir top;
     const std::string claude = (top / "claude").string();
-    std::filesystem::create_directories(top / "claude");
-    std::ofstream(top / "claude/settings.json") << "{}";
-    const test::Environment isolated{{"HOME", top.path().string()},
-                                     {"XDG_CONFIG_HOME", (top / ".config").string()}};
+    std::filesystem::create_directories(claude);
+    std::ofstream(claude + "/settings.json") << "{}";
+    const std::string notListening = "Not listening yet\nNorrow has no port open, so there is "
+                                     "nothing to point Claude Code at. Quit and reopen the app, "
+                                     "then try again.\n";
     const struct {
-        std::vector<std::string> arguments;
+        std::vector<std::string> argv;
         std::string input;
         test::Finished expected;
     } cases[] = {
@@ -28,12 +29,7 @@ TEST(HooksCommands, AnswerOnTheirStreamsWithTheirStatuses) {
         {{"hooks", "plan", "remove"},
          "{}",
          {0, "{\"updatedDocument\":null,\"alreadyCorrect\":true,\"foreignHookCount\":0}\n", ""}},
-        {{"hooks", "install", "--claude-folder", claude},
-         "",
-         {1, "",
-          "Not listening yet\nNorrow has no port open, so there is nothing to point Claude Code "
-          "at. Quit and reopen "
-          "the app, then try again.\n"}},
+        {{"hooks", "install", "--claude-folder", claude}, "", {1, "", notListening}},
         {{"hooks", "remove", "--claude-folder", claude},
          "",
          {0, "Nothing to remove\nNo Norrow hooks were found.\n", ""}},
@@ -43,11 +39,13 @@ TEST(HooksCommands, AnswerOnTheirStreamsWithTheirStatuses) {
     };
     for (const auto& c : cases) {
         std::vector<std::string> argv{NORROWCTL};
-        argv.insert(argv.end(), c.arguments.begin(), c.arguments.end());
-        const auto result = test::run(argv, c.input, isolated);
-        EXPECT_EQ(result.status, c.expected.status) << c.arguments[1];
-        EXPECT_EQ(result.out, c.expected.out) << c.arguments[1];
-        EXPECT_EQ(result.err, c.expected.err) << c.arguments[1];
+        argv.insert(argv.end(), c.argv.begin(), c.argv.end());
+        const auto result = test::run(
+            argv, c.input,
+            {{"HOME", top.path().string()}, {"XDG_CONFIG_HOME", (top / ".config").string()}});
+        EXPECT_EQ(result.status, c.expected.status) << c.argv[1];
+        EXPECT_EQ(result.out, c.expected.out) << c.argv[1];
+        EXPECT_EQ(result.err, c.expected.err) << c.argv[1];
     }
     EXPECT_EQ(test::run({NORROWCTL, "json", "set", "a"}, "{}").status, 2);
 }
