@@ -229,42 +229,27 @@ icu::UnicodeString replaceTags(const icu::UnicodeString& text, const Units& u) {
     });
 }
 
-// image and link: an opener, a label up to the first "]", then "(" and a target up to the
-// first ")". Once no "]" or no ")" is left, no later opener can match either.
-icu::UnicodeString replaceInlineLinks(Name name, const icu::UnicodeString& text, const Units& u) {
+// image, link and reference link: an opener, a label up to the first "]", then the target's
+// opening character and a target up to its first closing one. Once no "]" or no closing
+// character is left, no later opener can match either.
+icu::UnicodeString replaceBracketed(Name name, const icu::UnicodeString& text, const Units& u) {
     const std::u16string_view opener = name == Name::image ? u"![" : u"[";
+    const char16_t targetOpen = name == Name::referenceLink ? u'[' : u'(';
+    const char16_t targetClose = name == Name::referenceLink ? u']' : u')';
     NextIndex labelEnd(u, [&u](int32_t i) { return u[i] == u']'; });
-    NextIndex targetEnd(u, [&u](int32_t i) { return u[i] == u')'; });
+    NextIndex targetEnd(u, [&u, targetClose](int32_t i) { return u[i] == targetClose; });
     return replaceCandidates(name, text, [&](int32_t from) -> std::optional<Candidate> {
         for (int32_t start = u.find(opener, from); start < u.size;
              start = u.find(opener, start + 1)) {
             const int32_t bracket = labelEnd(start + static_cast<int32_t>(opener.size()));
             if (bracket == u.size) return std::nullopt;
-            if (u[bracket + 1] != u'(') continue;
-            const int32_t paren = targetEnd(bracket + 2);
-            if (paren == u.size) return std::nullopt;
-            return Candidate{start, paren + 1};
+            if (u[bracket + 1] != targetOpen) continue;
+            const int32_t close = targetEnd(bracket + 2);
+            if (close == u.size) return std::nullopt;
+            return Candidate{start, close + 1};
         }
         return std::nullopt;
     });
-}
-
-icu::UnicodeString replaceReferenceLinks(const icu::UnicodeString& text, const Units& u) {
-    NextIndex labelEnd(u, [&u](int32_t i) { return u[i] == u']'; });
-    NextIndex referenceEnd(u, [&u](int32_t i) { return u[i] == u']'; });
-    return replaceCandidates(Name::referenceLink, text,
-                             [&](int32_t from) -> std::optional<Candidate> {
-                                 for (int32_t start = u.find(u"[", from); start < u.size;
-                                      start = u.find(u"[", start + 1)) {
-                                     const int32_t bracket = labelEnd(start + 1);
-                                     if (bracket == u.size) return std::nullopt;
-                                     if (u[bracket + 1] != u'[') continue;
-                                     const int32_t close = referenceEnd(bracket + 2);
-                                     if (close == u.size) return std::nullopt;
-                                     return Candidate{start, close + 1};
-                                 }
-                                 return std::nullopt;
-                             });
 }
 
 // Every start inside one run of scheme characters shares the run's end, so a run either
@@ -352,9 +337,8 @@ icu::UnicodeString MarkdownStripper::Regexes::replaceAll(Name name,
         return replaceTags(text, units);
     case Name::image:
     case Name::link:
-        return replaceInlineLinks(name, text, units);
     case Name::referenceLink:
-        return replaceReferenceLinks(text, units);
+        return replaceBracketed(name, text, units);
     case Name::rawURL:
         return replaceRawURLs(text, units);
     case Name::strikethrough:
