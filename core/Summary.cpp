@@ -31,10 +31,4 @@ std::string_view symbol(SummaryKind kind) {
     return textsOf(kind).symbol;
 }
 
-std::optional<SummaryKind> summaryKindFromRaw(std::string_view raw) {
-    for (const SummaryKind kind : allSummaryKinds)
-        if (rawValue(kind) == raw) return kind;
-    return std::nullopt;
-}
-
 } // namespace norrow

@@ -10,12 +10,8 @@ namespace norrow {
 // What a banner reports: a finished turn, a question for the user, or a wait on the user.
 enum class SummaryKind { done, needsYou, waiting };
 
-inline constexpr std::array<SummaryKind, 3> allSummaryKinds = {
-    SummaryKind::done, SummaryKind::needsYou, SummaryKind::waiting};
-
 // "done", "needsYou", "waiting": the kind's encoded form.
 std::string_view rawValue(SummaryKind kind);
-std::optional<SummaryKind> summaryKindFromRaw(std::string_view raw);
 // "Done", "Needs you", "Waiting".
 std::string_view label(SummaryKind kind);
 // The emoji shown with the kind.

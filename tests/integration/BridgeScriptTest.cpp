@@ -41,7 +41,7 @@ protected:
     test::Environment environment{{"HOME", (top / "home").string()},
                                   {"XDG_CONFIG_HOME", (top / "home/.config").string()},
                                   {"TERM_PROGRAM", "vscode"},
-                                  {"__CFBundleIdentifier", std::nullopt}};
+                                  {"__CFBundleIdentifier", ""}};
     std::unique_ptr<test::Process> server;
 
     void SetUp() override {
@@ -61,14 +61,18 @@ protected:
     }
 
     // Runs the bridge from `shell` with `body` on stdin: it must print nothing and succeed.
-    // Gives the event the server echoed, if one is running.
+    // Gives the event the server echoed, if one is running: `body` with keys added.
     json post(const std::string& body, std::vector<std::string> shell = {"sh"}) {
         shell.push_back((claude / "norrow/bridge").string());
         const auto result = test::run(shell, body, environment);
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.out + result.err, "");
-        const auto line = server ? server->readLine() : std::nullopt;
-        return line ? json::parse(*line) : json();
+        if (!server) return json();
+        json event = json::parse(server->readLine().value_or("{}"));
+        const json sent = json::parse(body);
+        for (const auto& [key, value] : sent.items())
+            EXPECT_EQ(event[key], value) << key;
+        return event;
     }
 };
 
@@ -79,50 +83,37 @@ TEST_F(BridgeScriptTest, CarriesOnePromptThroughASessionUnderEveryShell) {
         const std::string session = "e2e-" + shell.front();
         SCOPED_TRACE(session);
         const json prompt = post(payload("0048", session), shell);
-        EXPECT_EQ(prompt["hook_event_name"], "UserPromptSubmit");
-        EXPECT_EQ(prompt["prompt"], "Ok, go ahead, keep the ultrathink activated");
         EXPECT_EQ(prompt["bridge_version"], AppVersion::current());
         EXPECT_EQ(prompt["term_program"], "vscode");
         EXPECT_EQ(prompt.value("prompt_id", "").size(), 36u);
         EXPECT_EQ(json::parse(contents(state / (session + ".json")))["prompt_id"],
                   prompt["prompt_id"]);
-        for (const auto& [name, hook] : {std::pair{"0004", "Stop"}, {"0040", "Notification"}}) {
+        for (const char* name : {"0004", "0040"}) {
             const json event = post(payload(name, session), shell);
-            EXPECT_EQ(event["hook_event_name"], hook);
             EXPECT_EQ(event["prompt_id"], prompt["prompt_id"]);
             EXPECT_EQ(event["term_app_path"], prompt["term_app_path"]);
         }
-        const json end = post(R"({"session_id":")" + session +
-                                  R"(","hook_event_name":"SessionEnd","reason":"exit"})",
-                              shell);
-        EXPECT_EQ(end["hook_event_name"], "SessionEnd");
+        const json end =
+            post(R"({"session_id":")" + session + R"(","hook_event_name":"SessionEnd"})", shell);
         EXPECT_FALSE(end.contains("prompt_id"));
         EXPECT_FALSE(fs::exists(state / (session + ".json")));
     }
     EXPECT_TRUE(fs::is_empty(state));
 }
 
-TEST_F(BridgeScriptTest, KeepsClaudeCodesOwnKeysAndText) {
-    const json prompt = post(payload("0047", "own"));
-    EXPECT_EQ(prompt["prompt_id"], "48d89da6-1151-4c47-aa99-9be384f19357");
-    EXPECT_EQ(prompt["prompt"], "\u043f\u0440\u043e\u0434\u043e\u043b\u0436\u0438");
-
+// Claude Code's own prompt id and keys win over the added ones, whatever the size.
+TEST_F(BridgeScriptTest, KeepsClaudeCodesOwnKeys) {
+    post(payload("0047", "own"));
     std::string message = "\"quotes\", \\back\\, $HOME, `ticks`, 'single', \u00e9\U0001F600\n";
     while (message.size() < 300'000)
         message += message;
-    const json stop = post(json{
-        {"session_id", "own"},
-        {"hook_event_name", "Stop"},
-        {"last_assistant_message", message},
-        {"bridge_version",
-         "mine"}}.dump(2));
-    EXPECT_EQ(stop["last_assistant_message"], message);
-    EXPECT_EQ(stop["prompt_id"], prompt["prompt_id"]);
-    // Added keys come first, so Claude Code's own win.
-    EXPECT_EQ(stop["bridge_version"], "mine");
+    const json stop{{"session_id", "own"},
+                    {"hook_event_name", "Stop"},
+                    {"last_assistant_message", message},
+                    {"bridge_version", "mine"}};
+    EXPECT_EQ(post(stop.dump(2))["prompt_id"], "48d89da6-1151-4c47-aa99-9be384f19357");
 
-    EXPECT_EQ(post(R"({"session_id":"../../evil/x","hook_event_name":"Stop"})")["session_id"],
-              "../../evil/x");
+    post(R"({"session_id":"../../evil/x","hook_event_name":"Stop"})");
     EXPECT_TRUE(fs::exists(state / ".._.._evil_x.json"));
     EXPECT_FALSE(fs::exists(top / "evil"));
 }

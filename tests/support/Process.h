@@ -16,8 +16,8 @@ struct Finished {
     std::string err;
 };
 
-// Extra environment for a child: each entry is set (or, with an absent value, removed).
-using Environment = std::map<std::string, std::optional<std::string>>;
+// Variables set for a child on top of the parent's environment.
+using Environment = std::map<std::string, std::string>;
 
 // Runs a program to completion with `input` on its standard input.
 Finished run(const std::vector<std::string>& argv, const std::string& input = {},
@@ -31,22 +31,19 @@ public:
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
-    // The next line of standard output (without its line feed), or nothing when none came
-    // within `timeout` or the output ended.
+    // The next line of standard output without its line feed; nothing on timeout or end.
     std::optional<std::string>
     readLine(std::chrono::milliseconds timeout = std::chrono::seconds(5));
     // Sends `signal` and waits for the exit; gives the status as `run` does.
     int stop(int signal);
-    // Everything written to standard error so far (complete after `stop`).
-    std::string errors();
-    pid_t pid() const { return pid_; }
+    // Everything written to standard error so far.
+    std::string errors() const;
 
 private:
     pid_t pid_ = -1;
     int out_ = -1;
     int err_ = -1;
     std::string pending_;
-    std::string errors_;
     std::optional<int> status_;
 };
 

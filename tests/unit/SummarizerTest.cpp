@@ -23,7 +23,6 @@ TEST(Summarizer, LeadsWithTheOpeningSentencesAndClassifies) {
         {"## Plan\n- step one\n- step two", "Plan \u2014 step one", SummaryKind::done},
         {"I refactored the whole parser module today. Tests pass.",
          "I refactored the whole parser module today.", SummaryKind::done},
-        {"Should I also update the docs?", "Should I also update the docs?", SummaryKind::needsYou},
         {"Done. Want me to push?", "Done. Want me to push?", SummaryKind::needsYou},
         {"Ready to merge? \U0001F680", "Ready to merge? \U0001F680", SummaryKind::needsYou},
         {"(shall I proceed?)", "(shall I proceed?)", SummaryKind::needsYou},
@@ -61,15 +60,13 @@ TEST(Summarizer, NotificationsFollowTheirType) {
         HookEvent event(HookEvent::Name::notification);
         event.notificationType = type;
         event.message = "Claude needs your **permission**?";
-        const Summary summary = Summarizer::summarize(event, std::nullopt);
-        EXPECT_EQ(summary.kind, kind);
-        EXPECT_EQ(summary.text, "Claude needs your permission?");
+        EXPECT_EQ(Summarizer::summarize(event, std::nullopt),
+                  (Summary{"Claude needs your permission?", kind, {}, {}, false}));
     }
 }
 
 TEST(Summarizer, TruncatesAtWordsWithoutDanglingPunctuation) {
     const std::tuple<std::string, int, std::string> cases[] = {
-        {"short", 140, "short"},
         {"exactly", 7, "exactly"},
         {"Hello world foo", 10, "Hello\u2026"},
         {"abc, def ghi", 8, "abc\u2026"},
@@ -106,12 +103,6 @@ TEST(Summarizer, StatLine) {
     };
     for (const auto& [stats, line] : cases)
         EXPECT_EQ(Summarizer::statLine(stats), line);
-}
-
-TEST(SummaryKind, RawValuesRoundTripCaseSensitively) {
-    for (const SummaryKind kind : allSummaryKinds)
-        EXPECT_EQ(summaryKindFromRaw(rawValue(kind)), kind);
-    EXPECT_EQ(summaryKindFromRaw("Done"), std::nullopt);
 }
 
 } // namespace
