@@ -2,10 +2,10 @@
 
 #include "app/shared/ClaudeFolder.h"
 #include "app/shared/UserDefaults.h"
+#include "core/Files.h"
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
@@ -16,9 +16,9 @@ std::string readInput(const std::string& file) {
     if (file.empty() || file == "-") {
         return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
     }
-    std::ifstream in(file, std::ios::binary);
-    if (!in) throw std::runtime_error("cannot read " + file + ": " + std::strerror(errno));
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    auto text = files::read(file);
+    if (!text) throw std::runtime_error("cannot read " + file + ": " + std::strerror(errno));
+    return std::move(*text);
 }
 
 void printJson(const nlohmann::ordered_json& value) {
@@ -41,6 +41,10 @@ ClaudeFolderOption::ClaudeFolderOption(CLI::App* command)
 std::filesystem::path ClaudeFolderOption::folder() const {
     if (*value_) return **value_;
     return ClaudeFolder::url(UserDefaults());
+}
+
+nlohmann::ordered_json orNull(const std::optional<std::string>& text) {
+    return text ? nlohmann::ordered_json(*text) : nlohmann::ordered_json(nullptr);
 }
 
 int refuse(const std::string& description) {

@@ -26,6 +26,8 @@ std::string readInput(const std::string& file = {});
 // Prints one compact JSON value and a line feed, flushed.
 void printJson(const nlohmann::ordered_json& value);
 void printJson(const nlohmann::json& value);
+// An absent text is JSON null.
+nlohmann::ordered_json orNull(const std::optional<std::string>& text);
 // The --claude-folder option of a subcommand: the folder named there, else the app's own
 // rule (the "claudeFolderOverride" setting, else ~/.claude).
 class ClaudeFolderOption {

@@ -76,11 +76,9 @@ void addJsonCommands(CLI::App& app, int& status) {
 }
 
 void printPlan(const HookInstaller::Plan& plan) {
-    printJson(
-        ordered_json{{"updatedDocument", plan.updatedDocument ? ordered_json(*plan.updatedDocument)
-                                                              : ordered_json(nullptr)},
-                     {"alreadyCorrect", plan.alreadyCorrect},
-                     {"foreignHookCount", plan.foreignHookCount}});
+    printJson(ordered_json{{"updatedDocument", orNull(plan.updatedDocument)},
+                           {"alreadyCorrect", plan.alreadyCorrect},
+                           {"foreignHookCount", plan.foreignHookCount}});
 }
 
 // The port and token to install with: those the running listener published, else the
@@ -141,10 +139,9 @@ void addSetupCommands(CLI::App& hooks, int& status) {
             [](UserDefaults&, SetupCoordinator& coordinator) {
                 const auto folder = coordinator.claudeFolder();
                 const auto problem = ClaudeFolder::problem(folder);
-                printJson(ordered_json{
-                    {"claudeFolder", folder.string()},
-                    {"installed", coordinator.isInstalled()},
-                    {"problem", problem ? ordered_json(*problem) : ordered_json(nullptr)}});
+                printJson(ordered_json{{"claudeFolder", folder.string()},
+                                       {"installed", coordinator.isInstalled()},
+                                       {"problem", orNull(problem)}});
                 return success;
             });
     command("instructions", "Print the set-up steps for doing by hand",

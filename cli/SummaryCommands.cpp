@@ -18,10 +18,6 @@ namespace {
 
 using ordered_json = nlohmann::ordered_json;
 
-ordered_json orNull(const std::optional<std::string>& text) {
-    return text ? ordered_json(*text) : ordered_json(nullptr);
-}
-
 // Input as valid UTF-8: malformed sequences become U+FFFD, so any bytes get an answer.
 std::string readText(const std::string& file = {}) {
     return unicode::toValidUtf8(readInput(file));

@@ -1,10 +1,10 @@
 #include "core/BridgeConfig.h"
 
+#include "core/Files.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,33 +21,13 @@ std::string describe(BridgeConfig::ConfigError::Case kind, const std::string& te
 // Creates the folder and any missing parents, each 0700, and makes the folder itself 0700
 // even when it existed, since it will hold the token.
 void makePrivateFolder(const std::filesystem::path& folder) {
-    std::filesystem::path partial;
-    for (const auto& component : folder) {
-        partial /= component;
-        if (::mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST)
-            throw BridgeConfig::ConfigError(BridgeConfig::ConfigError::Case::platform,
-                                            "cannot create the folder " + partial.string() + ": " +
-                                                std::strerror(errno));
-    }
-    struct stat info {};
-    if (::stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
-        throw BridgeConfig::ConfigError(BridgeConfig::ConfigError::Case::platform,
-                                        folder.string() + " is not a folder");
-    if ((info.st_mode & 07777) != 0700 && ::chmod(folder.c_str(), 0700) != 0)
-        throw BridgeConfig::ConfigError(BridgeConfig::ConfigError::Case::platform,
-                                        "cannot restrict " + folder.string() + ": " +
-                                            std::strerror(errno));
-}
-
-bool writeAll(int fd, const std::string& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
+    using Error = BridgeConfig::ConfigError;
+    if (const auto failure = files::makeFolders(folder, 0700))
+        throw Error(Error::Case::platform, "cannot create the folder " + failure->path.string() +
+                                               ": " + std::strerror(failure->error));
+    if (::chmod(folder.c_str(), 0700) != 0)
+        throw Error(Error::Case::platform,
+                    "cannot restrict " + folder.string() + ": " + std::strerror(errno));
 }
 
 std::optional<std::uint16_t> portFrom(const nlohmann::json& value) {
@@ -94,7 +74,7 @@ void BridgeConfig::write(std::uint16_t port, const std::string& token,
     const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0)
         throw ConfigError(ConfigError::Case::writeFailed, "cannot create " + temporary.string());
-    const bool written = ::fchmod(fd, 0600) == 0 && writeAll(fd, bytes) && ::fsync(fd) == 0;
+    const bool written = ::fchmod(fd, 0600) == 0 && files::writeAll(fd, bytes) && ::fsync(fd) == 0;
     const bool closed = ::close(fd) == 0;
     if (!written || !closed) {
         ::unlink(temporary.c_str());
@@ -109,10 +89,9 @@ void BridgeConfig::write(std::uint16_t port, const std::string& token,
 }
 
 std::optional<BridgeConfig> BridgeConfig::read(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    if (!in) return std::nullopt;
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    const nlohmann::json object = nlohmann::json::parse(text, nullptr, false);
+    const auto text = files::read(file);
+    if (!text) return std::nullopt;
+    const nlohmann::json object = nlohmann::json::parse(*text, nullptr, false);
     if (!object.is_object()) return std::nullopt;
     const auto token = object.find("token");
     if (token == object.end() || !token->is_string() ||

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -45,5 +47,11 @@ private:
     std::string_view text_;
     std::vector<std::size_t> starts_;
 };
+
+// Whether a character (or any text) is one of a fixed set of texts.
+template <std::size_t N>
+bool isOneOf(const std::array<std::string_view, N>& set, std::string_view text) {
+    return std::find(set.begin(), set.end(), text) != set.end();
+}
 
 } // namespace norrow

@@ -45,17 +45,24 @@ std::size_t indexOf(Name name) {
     return static_cast<std::size_t>(name);
 }
 
+} // namespace
+
+std::unique_ptr<icu::RegexPattern> MarkdownStripper::Regexes::compile(std::u16string_view source) {
+    const icu::UnicodeString text(source.data(), static_cast<int32_t>(source.size()));
+    UParseError where;
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::RegexPattern> compiled(icu::RegexPattern::compile(text, 0, where, status));
+    if (U_FAILURE(status)) compiled.reset();
+    return compiled;
+}
+
+namespace {
+
 const std::array<std::unique_ptr<icu::RegexPattern>, kCount>& compiledPatterns() {
     static const auto patterns = [] {
         std::array<std::unique_ptr<icu::RegexPattern>, kCount> compiled;
-        for (std::size_t i = 0; i < kCount; ++i) {
-            const icu::UnicodeString source(kTable[i].source.data(),
-                                            static_cast<int32_t>(kTable[i].source.size()));
-            UParseError where;
-            UErrorCode status = U_ZERO_ERROR;
-            compiled[i].reset(icu::RegexPattern::compile(source, 0, where, status));
-            if (U_FAILURE(status)) compiled[i].reset();
-        }
+        for (std::size_t i = 0; i < kCount; ++i)
+            compiled[i] = MarkdownStripper::Regexes::compile(kTable[i].source);
         return compiled;
     }();
     return patterns;

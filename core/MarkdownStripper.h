@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -55,6 +56,8 @@ public:
         static std::u16string_view replacement(Name name);
         // Null when the pattern did not compile.
         static const icu::RegexPattern* pattern(Name name);
+        // Compiles ICU pattern text with no options; null when it does not compile.
+        static std::unique_ptr<icu::RegexPattern> compile(std::u16string_view source);
         // Every match, leftmost first and continuing after its end, replaced; `text` itself
         // when it is empty or the pattern is absent.
         static icu::UnicodeString replaceAll(Name name, const icu::UnicodeString& text);

@@ -29,11 +29,6 @@ constexpr std::array<std::string_view, 22> kAbbreviations = {
 // of them takes at most four bytes.
 constexpr std::size_t kLongestAbbreviationBytes = 6 * 4;
 
-template <std::size_t N>
-bool isOneOf(const std::array<std::string_view, N>& set, std::string_view c) {
-    return std::find(set.begin(), set.end(), c) != set.end();
-}
-
 bool isSpaceOrTab(const Graphemes& g, std::size_t i) {
     return g.is(i, ' ') || g.is(i, '\t');
 }

@@ -21,11 +21,6 @@ constexpr std::array<std::string_view, 6> kClosers = {")", "]", "}", "\"", "\u20
 constexpr std::array<std::string_view, 9> kPunctuation = {".", "!", "?",      "\u2026", ":",
                                                           ";", ",", "\u2014", "\u2013"};
 
-template <std::size_t N>
-bool isOneOf(const std::array<std::string_view, N>& set, std::string_view c) {
-    return std::find(set.begin(), set.end(), c) != set.end();
-}
-
 // "1 tool", "3 files".
 std::string counted(std::int64_t count, std::string_view noun) {
     std::string text = std::to_string(count) + " " + std::string(noun);

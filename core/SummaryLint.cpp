@@ -13,14 +13,8 @@ namespace {
 constexpr std::string_view kEllipsis = "\u2026";
 
 const icu::RegexPattern* leadingMarker() {
-    static const std::unique_ptr<icu::RegexPattern> pattern = [] {
-        UParseError where;
-        UErrorCode status = U_ZERO_ERROR;
-        std::unique_ptr<icu::RegexPattern> compiled(icu::RegexPattern::compile(
-            uR"re(^(?:[-*+•>]\s|#{1,6}\s|\d+[.)]\s))re", 0, where, status));
-        if (U_FAILURE(status)) compiled.reset();
-        return compiled;
-    }();
+    static const std::unique_ptr<icu::RegexPattern> pattern =
+        MarkdownStripper::Regexes::compile(uR"re(^(?:[-*+•>]\s|#{1,6}\s|\d+[.)]\s))re");
     return pattern.get();
 }
 

@@ -1,10 +1,9 @@
 #include "app/shared/ClaudeFolder.h"
 
+#include "core/Files.h"
 #include "core/HookInstaller.h"
 
 #include <QDir>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <system_error>
 
@@ -21,15 +20,13 @@ std::filesystem::path ClaudeFolder::url(const UserDefaults& defaults) {
 }
 
 bool ClaudeFolder::isUsable(const std::filesystem::path& folder) {
-    std::ifstream in(settingsFile(folder), std::ios::binary);
-    if (!in) return false;
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) return false;
-    if (nlohmann::json::accept(text)) return true;
+    const auto text = files::read(settingsFile(folder));
+    if (!text) return false;
+    if (nlohmann::json::accept(*text)) return true;
     // A trailing comma is the one flaw the installer explains in its own words, so such a
     // file counts as readable here and is refused there.
     try {
-        HookInstaller::rejectTrailingCommas(text);
+        HookInstaller::rejectTrailingCommas(*text);
         return false;
     } catch (const HookInstaller::InstallError&) {
         return true;

@@ -1,5 +1,7 @@
 #include "app/shared/FileSystem.h"
 
+#include "core/Files.h"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -16,36 +18,12 @@ std::runtime_error failure(const std::string& action, const std::filesystem::pat
     return std::runtime_error(action + " " + path.string() + ": " + std::strerror(error));
 }
 
-bool writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        bytes.remove_prefix(static_cast<std::size_t>(n));
-    }
-    return true;
-}
-
 } // namespace
 
 std::string LocalFileSystem::read(const std::filesystem::path& file) {
-    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) throw failure("cannot read", file, errno);
-    std::string text;
-    char buffer[65536];
-    for (;;) {
-        const ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) {
-            const int error = errno;
-            ::close(fd);
-            throw failure("cannot read", file, error);
-        }
-        if (n == 0) break;
-        text.append(buffer, static_cast<std::size_t>(n));
-    }
-    ::close(fd);
-    return text;
+    auto text = files::read(file);
+    if (!text) throw failure("cannot read", file, errno);
+    return std::move(*text);
 }
 
 void LocalFileSystem::write(const std::filesystem::path& file, std::string_view bytes) {
@@ -62,7 +40,7 @@ void LocalFileSystem::write(const std::filesystem::path& file, std::string_view 
         (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
     if (fd < 0) throw failure("could not write", target, errno);
-    bool written = writeAll(fd, bytes) && ::fchmod(fd, mode) == 0 && ::fsync(fd) == 0;
+    bool written = files::writeAll(fd, bytes) && ::fchmod(fd, mode) == 0 && ::fsync(fd) == 0;
     int error = written ? 0 : errno;
     if (::close(fd) != 0 && written) {
         written = false;
@@ -80,15 +58,8 @@ void LocalFileSystem::write(const std::filesystem::path& file, std::string_view 
 }
 
 void LocalFileSystem::makeFolders(const std::filesystem::path& folder) {
-    std::filesystem::path partial;
-    for (const auto& component : folder) {
-        partial /= component;
-        if (::mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST)
-            throw failure("could not create the folder", partial, errno);
-    }
-    std::error_code error;
-    if (!std::filesystem::is_directory(folder, error))
-        throw failure("could not create the folder", folder, ENOTDIR);
+    if (const auto problem = files::makeFolders(folder, 0700))
+        throw failure("could not create the folder", problem->path, problem->error);
 }
 
 void LocalFileSystem::setPermissions(const std::filesystem::path& file,

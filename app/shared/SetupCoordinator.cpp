@@ -4,9 +4,9 @@
 #include "core/BridgeConfig.h"
 #include "core/BridgeState.h"
 #include "core/HookInstaller.h"
+#include "core/UtcTime.h"
 
 #include <QFile>
-#include <cstdio>
 
 namespace norrow {
 namespace {
@@ -111,17 +111,9 @@ std::filesystem::path SetupCoordinator::bridgePath() const {
 }
 
 std::string SetupCoordinator::backupStamp(std::chrono::system_clock::time_point time) {
-    using namespace std::chrono;
-    const auto instant = floor<seconds>(time);
-    const auto day = floor<days>(instant);
-    const year_month_day date(day);
-    const hh_mm_ss clock(instant - day);
-    char stamp[32];
-    std::snprintf(stamp, sizeof stamp, "%04d%02u%02uT%02d%02d%02d", static_cast<int>(date.year()),
-                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                  static_cast<int>(clock.hours().count()),
-                  static_cast<int>(clock.minutes().count()),
-                  static_cast<int>(clock.seconds().count()));
+    // The basic form: the extended one without its separators and zone letter.
+    std::string stamp = iso8601(std::chrono::floor<std::chrono::seconds>(time));
+    std::erase_if(stamp, [](char c) { return c == '-' || c == ':' || c == 'Z'; });
     return stamp;
 }
 
