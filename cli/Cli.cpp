@@ -1,7 +1,7 @@
 #include "cli/Cli.h"
 
 #include "app/shared/ClaudeFolder.h"
-#include "app/shared/UserDefaults.h"
+#include "app/shared/Settings.h"
 #include "core/Files.h"
 
 #include <cerrno>
@@ -40,7 +40,7 @@ ClaudeFolderOption::ClaudeFolderOption(CLI::App* command)
 
 std::filesystem::path ClaudeFolderOption::folder() const {
     if (*value_) return **value_;
-    return ClaudeFolder::url(UserDefaults());
+    return ClaudeFolder::url(Settings());
 }
 
 nlohmann::ordered_json orNull(const std::optional<std::string>& text) {

@@ -3,7 +3,7 @@
 #include "app/shared/SecretStore.h"
 #include "app/shared/SetupAlert.h"
 #include "app/shared/SetupCoordinator.h"
-#include "app/shared/UserDefaults.h"
+#include "app/shared/Settings.h"
 #include "cli/Cli.h"
 #include "core/BridgeConfig.h"
 #include "core/HookInstaller.h"
@@ -84,12 +84,12 @@ void printPlan(const HookInstaller::Plan& plan) {
 // The port and token to install with: those the running listener published, else the
 // remembered port and the stored token. None when there is no port to point at.
 std::optional<BridgeConfig> connection(const std::filesystem::path& folder,
-                                       UserDefaults& defaults) {
+                                       Settings& settings) {
     if (auto published = BridgeConfig::read(BridgeConfig::location(folder));
         published && published->port != 0)
         return published;
     KeychainStore keychain;
-    Credentials credentials(keychain, defaults);
+    Credentials credentials(keychain, settings);
     const auto port = credentials.preferredPort();
     if (!port) return std::nullopt;
     return BridgeConfig{*port, credentials.token()};
@@ -110,33 +110,33 @@ int showOutcome(const std::optional<SetupAlert>& alert, const SetupCoordinator::
 }
 
 void addSetupCommands(CLI::App& hooks, int& status) {
-    // Each action gets the defaults, the Claude Code folder and a coordinator working there.
+    // Each action gets the settings, the Claude Code folder and a coordinator working there.
     const auto command = [&hooks,
                           &status](const std::string& name, const std::string& help,
-                                   std::function<int(UserDefaults&, SetupCoordinator&)> action) {
+                                   std::function<int(Settings&, SetupCoordinator&)> action) {
         auto* sub = hooks.add_subcommand(name, help);
         const ClaudeFolderOption folder(sub);
         sub->callback([folder, action, &status] {
-            UserDefaults defaults;
-            SetupCoordinator coordinator(defaults, folder.folder());
-            status = refusing([&] { return action(defaults, coordinator); });
+            Settings settings;
+            SetupCoordinator coordinator(settings, folder.folder());
+            status = refusing([&] { return action(settings, coordinator); });
         });
     };
 
     command("install", "Install the bridge and its hooks into settings.json",
-            [](UserDefaults& defaults, SetupCoordinator& coordinator) {
-                const auto bridge = connection(coordinator.claudeFolder(), defaults);
+            [](Settings& settings, SetupCoordinator& coordinator) {
+                const auto bridge = connection(coordinator.claudeFolder(), settings);
                 if (!bridge) return show(SetupAlert::notListening(), false);
                 const auto outcome = coordinator.install(bridge->port, bridge->token);
                 return showOutcome(SetupAlert::afterInstall(outcome), outcome);
             });
     command("remove", "Remove the hooks, the bridge and its files",
-            [](UserDefaults&, SetupCoordinator& coordinator) {
+            [](Settings&, SetupCoordinator& coordinator) {
                 const auto outcome = coordinator.uninstall();
                 return showOutcome(SetupAlert::afterRemoval(outcome), outcome);
             });
     command("status", "Whether the hooks are installed",
-            [](UserDefaults&, SetupCoordinator& coordinator) {
+            [](Settings&, SetupCoordinator& coordinator) {
                 const auto folder = coordinator.claudeFolder();
                 const auto problem = ClaudeFolder::problem(folder);
                 printJson(ordered_json{{"claudeFolder", folder.string()},
@@ -145,8 +145,8 @@ void addSetupCommands(CLI::App& hooks, int& status) {
                 return success;
             });
     command("instructions", "Print the set-up steps for doing by hand",
-            [](UserDefaults& defaults, SetupCoordinator& coordinator) -> int {
-                const auto bridge = connection(coordinator.claudeFolder(), defaults);
+            [](Settings& settings, SetupCoordinator& coordinator) -> int {
+                const auto bridge = connection(coordinator.claudeFolder(), settings);
                 if (!bridge) return show(SetupAlert::notListening(), false);
                 std::cout << coordinator.manualInstructions(bridge->port, bridge->token) << '\n'
                           << std::flush;

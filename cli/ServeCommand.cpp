@@ -2,7 +2,7 @@
 #include "app/shared/EventHandler.h"
 #include "app/shared/SecretStore.h"
 #include "app/shared/SuppressionRules.h"
-#include "app/shared/UserDefaults.h"
+#include "app/shared/Settings.h"
 #include "cli/Cli.h"
 #include "core/BridgeConfig.h"
 #include "core/SessionNames.h"
@@ -66,9 +66,9 @@ std::string alertLine(const EventHandler::Alert& alert, const std::string& name)
 // events go through the app's alert rules with the frontmost application unknown.
 class Server {
 public:
-    Server(const ServeOptions& options, UserDefaults& defaults)
-        : options_(options), defaults_(defaults), credentials_(keychain_, defaults),
-          claudeFolder_(options.claudeFolder), rules_(defaults), handler_(turns_, names_, rules_) {}
+    Server(const ServeOptions& options, Settings& settings)
+        : options_(options), settings_(settings), credentials_(keychain_, settings),
+          claudeFolder_(options.claudeFolder), rules_(settings), handler_(turns_, names_, rules_) {}
 
     int run() {
         token_ = options_.token ? *options_.token : credentials_.token();
@@ -142,7 +142,7 @@ private:
     }
 
     const ServeOptions& options_;
-    UserDefaults& defaults_;
+    Settings& settings_;
     KeychainStore keychain_;
     Credentials credentials_;
     std::filesystem::path claudeFolder_;
@@ -172,10 +172,10 @@ void addServeCommand(CLI::App& app, int& status) {
     const ClaudeFolderOption folder(serve);
     serve->add_flag("--json", options->json, "Print every accepted event as one JSON line");
     serve->callback([options, folder, &status] {
-        UserDefaults defaults;
+        Settings settings;
         options->claudeFolder = folder.folder();
         quitOnSignals(QCoreApplication::instance());
-        status = Server(*options, defaults).run();
+        status = Server(*options, settings).run();
     });
 }
 

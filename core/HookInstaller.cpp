@@ -302,7 +302,7 @@ void HookInstaller::rejectTrailingCommas(std::string_view document) {
         } else if (characters.is(i, '}') || characters.is(i, ']')) {
             if (commaPending)
                 throw InstallError::notJSON("trailing comma before '" + std::string(characters[i]) +
-                                            "' \u2014 valid to Foundation but not to "
+                                            "' \u2014 valid to lenient JSON readers but not to "
                                             "the parser Claude Code uses, so this file will not "
                                             "be modified");
         } else if (!characters.isWhitespace(i)) {

@@ -9,9 +9,9 @@
 
 namespace norrow {
 
-std::filesystem::path ClaudeFolder::url(const UserDefaults& defaults) {
+std::filesystem::path ClaudeFolder::url(const Settings& settings) {
     const std::filesystem::path home = QDir::homePath().toStdString();
-    const auto folder = defaults.string("claudeFolderOverride");
+    const auto folder = settings.string(SettingKey::claudeFolderOverride);
     if (!folder || folder->isEmpty()) return home / ".claude";
     const std::string path = folder->toStdString();
     if (path == "~") return home;

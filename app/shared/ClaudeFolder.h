@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/shared/UserDefaults.h"
+#include "app/shared/Settings.h"
 
 #include <filesystem>
 #include <optional>
@@ -13,7 +13,7 @@ class ClaudeFolder {
 public:
     // The "claudeFolderOverride" setting when set (a leading "~/" meaning the home folder),
     // otherwise ".claude" in the home folder.
-    static std::filesystem::path url(const UserDefaults& defaults);
+    static std::filesystem::path url(const Settings& settings);
 
     // Whether the folder's settings.json can be read and Claude Code would read it as JSON.
     static bool isUsable(const std::filesystem::path& folder);

@@ -53,26 +53,26 @@ std::string Credentials::token() {
     if (const auto stored = keychain_.read(service, account);
         stored && !stored->empty() && unicode::isValidUtf8(*stored))
         return *stored;
-    if (const auto fallback = defaults_.string("bridgeTokenFallback");
+    if (const auto fallback = settings_.string(SettingKey::bridgeTokenFallback);
         fallback && !fallback->isEmpty())
         return fallback->toStdString();
     const std::string fresh = generateToken();
     if (!keychain_.replace(service, account, fresh)) {
-        defaults_.set("bridgeTokenFallback", QString::fromStdString(fresh));
-        defaults_.sync();
+        settings_.set(SettingKey::bridgeTokenFallback, QString::fromStdString(fresh));
+        settings_.sync();
     }
     return fresh;
 }
 
 std::optional<std::uint16_t> Credentials::preferredPort() const {
-    const std::int64_t port = defaults_.integer("listenerPort");
+    const std::int64_t port = settings_.integer(SettingKey::listenerPort);
     if (port < 1 || port > 65535) return std::nullopt;
     return static_cast<std::uint16_t>(port);
 }
 
 void Credentials::rememberPort(std::uint16_t port) {
-    defaults_.set("listenerPort", static_cast<int>(port));
-    defaults_.sync();
+    settings_.set(SettingKey::listenerPort, static_cast<int>(port));
+    settings_.sync();
 }
 
 } // namespace norrow

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/shared/SecretStore.h"
-#include "app/shared/UserDefaults.h"
+#include "app/shared/Settings.h"
 
 #include <cstdint>
 #include <optional>
@@ -16,8 +16,8 @@ public:
     static constexpr const char* service = "com.qelvane.Norrow";
     static constexpr const char* account = "bridge-token";
 
-    Credentials(SecretStore& keychain, UserDefaults& defaults)
-        : keychain_(keychain), defaults_(defaults) {}
+    Credentials(SecretStore& keychain, Settings& settings)
+        : keychain_(keychain), settings_(settings) {}
 
     // The token, created and stored on first use. Read afresh on every call.
     std::string token();
@@ -31,7 +31,7 @@ public:
 
 private:
     SecretStore& keychain_;
-    UserDefaults& defaults_;
+    Settings& settings_;
 };
 
 } // namespace norrow

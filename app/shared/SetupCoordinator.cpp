@@ -24,13 +24,18 @@ SetupCoordinator::SetupError::SetupError(Case kind, const std::string& descripti
     : std::runtime_error(description), kind_(kind) {}
 
 SetupCoordinator::SetupError SetupCoordinator::SetupError::bridgeMissingFromBundle() {
+#if defined(__APPLE__)
     return {Case::bridgeMissingFromBundle,
             "The bridge script is missing from the app bundle \u2014 this build is incomplete."};
+#else
+    return {Case::bridgeMissingFromBundle,
+            "The bridge script is missing from Norrow's resources \u2014 this build is incomplete."};
+#endif
 }
 
-SetupCoordinator::SetupCoordinator(UserDefaults& defaults, std::filesystem::path claudeFolder,
+SetupCoordinator::SetupCoordinator(Settings& settings, std::filesystem::path claudeFolder,
                                    FileSystem* files, QString resource)
-    : defaults_(defaults), folder_(absoluteFolder(claudeFolder)),
+    : settings_(settings), folder_(absoluteFolder(claudeFolder)),
       files_(files != nullptr ? *files : local_), resource_(std::move(resource)) {}
 
 SetupCoordinator::Outcome SetupCoordinator::install(std::uint16_t port, const std::string& token) {
@@ -50,8 +55,8 @@ SetupCoordinator::Outcome SetupCoordinator::install(std::uint16_t port, const st
                                    "exactly as it was. Nothing was left half-applied. (" +
                                    failure->description + ")");
         }
-        defaults_.set("lastBackupPath", QString::fromStdString(backup.string()));
-        defaults_.sync();
+        settings_.set(SettingKey::lastBackupPath, QString::fromStdString(backup.string()));
+        settings_.sync();
         return Outcome::installed(backup);
     } catch (const std::exception& e) {
         return Outcome::failed(e.what());

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/shared/FileSystem.h"
-#include "app/shared/UserDefaults.h"
+#include "app/shared/Settings.h"
 
 #include <QString>
 #include <chrono>
@@ -56,7 +56,7 @@ public:
 
     // Works on `claudeFolder` (normally ClaudeFolder::url) through `files` (the machine's own
     // files when null); `resource` names the bridge script to install.
-    SetupCoordinator(UserDefaults& defaults, std::filesystem::path claudeFolder,
+    SetupCoordinator(Settings& settings, std::filesystem::path claudeFolder,
                      FileSystem* files = nullptr, QString resource = bridgeResource);
     SetupCoordinator(const SetupCoordinator&) = delete;
     SetupCoordinator& operator=(const SetupCoordinator&) = delete;
@@ -88,7 +88,7 @@ private:
     static std::string unrestoredMessage(const Failure& failure,
                                          const std::filesystem::path& backup);
 
-    UserDefaults& defaults_;
+    Settings& settings_;
     std::filesystem::path folder_;
     LocalFileSystem local_;
     FileSystem& files_;

@@ -2,32 +2,27 @@
 
 namespace norrow {
 
-SuppressionRules::SuppressionRules(UserDefaults& defaults) : defaults_(defaults) {
-    defaults_.registerDefaults(
-        {{"rule.enabled", true}, {"rule.minimumDuration", 20.0}, {"rule.onlyIfAway", true}});
-}
-
 bool SuppressionRules::enabled() const {
-    return defaults_.boolean("rule.enabled");
+    return settings_.boolean(SettingKey::rulesEnabled);
 }
 double SuppressionRules::minimumDuration() const {
-    return defaults_.real("rule.minimumDuration");
+    return settings_.real(SettingKey::minimumDuration);
 }
 bool SuppressionRules::onlyIfAway() const {
-    return defaults_.boolean("rule.onlyIfAway");
+    return settings_.boolean(SettingKey::onlyIfAway);
 }
 QStringList SuppressionRules::mutedProjects() const {
-    return defaults_.stringList("rule.mutedProjects");
+    return settings_.stringList(SettingKey::mutedProjects);
 }
 
 void SuppressionRules::setEnabled(bool enabled) {
-    defaults_.set("rule.enabled", enabled);
+    settings_.set(SettingKey::rulesEnabled, enabled);
 }
 void SuppressionRules::setMinimumDuration(double seconds) {
-    defaults_.set("rule.minimumDuration", seconds);
+    settings_.set(SettingKey::minimumDuration, seconds);
 }
 void SuppressionRules::setOnlyIfAway(bool onlyIfAway) {
-    defaults_.set("rule.onlyIfAway", onlyIfAway);
+    settings_.set(SettingKey::onlyIfAway, onlyIfAway);
 }
 
 bool SuppressionRules::holdsBack(const HookEvent& event, SummaryKind kind,

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/shared/UserDefaults.h"
+#include "app/shared/Settings.h"
 #include "core/HookEvent.h"
 #include "core/Summary.h"
 
@@ -13,8 +13,7 @@ namespace norrow {
 // change in the menu applies to the next event.
 class SuppressionRules {
 public:
-    // Registers the rules' defaults (never written) on the store it reads.
-    explicit SuppressionRules(UserDefaults& defaults);
+    explicit SuppressionRules(Settings& settings) : settings_(settings) {}
 
     bool enabled() const;
     double minimumDuration() const;
@@ -33,7 +32,7 @@ public:
                    const std::optional<std::string>& frontmostNow) const;
 
 private:
-    UserDefaults& defaults_;
+    Settings& settings_;
 };
 
 } // namespace norrow

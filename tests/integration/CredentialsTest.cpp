@@ -29,12 +29,12 @@ struct FakeKeychain : SecretStore {
 class CredentialsTest : public ::testing::Test {
 protected:
     // Fresh settings on every call, so what is checked is what reached the file.
-    UserDefaults settings() const {
-        return UserDefaults(QString::fromStdString((folder / "settings.ini").string()));
+    Settings freshSettings() const {
+        return Settings(QString::fromStdString((folder / "settings.ini").string()));
     }
     std::string token() {
-        UserDefaults defaults = settings();
-        const std::string token = Credentials(keychain, defaults).token();
+        Settings settings = freshSettings();
+        const std::string token = Credentials(keychain, settings).token();
         EXPECT_TRUE(std::regex_match(token, std::regex("[0-9a-f]{64}"))) << token;
         return token;
     }
@@ -47,7 +47,7 @@ TEST_F(CredentialsTest, CreatesATokenOnceAndKeepsItInTheKeychain) {
     const std::string first = token();
     EXPECT_EQ(keychain.item, first);
     EXPECT_EQ(token(), first);
-    EXPECT_FALSE(settings().string("bridgeTokenFallback"));
+    EXPECT_FALSE(freshSettings().string("bridgeTokenFallback"));
     EXPECT_NE(Credentials::generateToken(), Credentials::generateToken());
 }
 
@@ -62,7 +62,7 @@ TEST_F(CredentialsTest, AnUnusableKeychainValueCountsAsMissing) {
 TEST_F(CredentialsTest, FallsBackToSettingsWhileTheKeychainRefusesWrites) {
     keychain.writable = false;
     const std::string first = token();
-    EXPECT_EQ(settings().string("bridgeTokenFallback"), QString::fromStdString(first));
+    EXPECT_EQ(freshSettings().string("bridgeTokenFallback"), QString::fromStdString(first));
     EXPECT_EQ(token(), first);
 
     // Once the keychain holds a token again, it wins over the fallback.
@@ -82,18 +82,18 @@ TEST_F(CredentialsTest, PreferredPortIsAValidRememberedPortOnly) {
         {QString("8080"), std::uint16_t{8080}},
     };
     for (const auto& [stored, expected] : cases) {
-        UserDefaults defaults = settings();
+        Settings settings = freshSettings();
         if (stored.isValid())
-            defaults.set("listenerPort", stored);
+            settings.set("listenerPort", stored);
         else
-            defaults.remove("listenerPort");
-        EXPECT_EQ(Credentials(keychain, defaults).preferredPort(), expected)
+            settings.remove("listenerPort");
+        EXPECT_EQ(Credentials(keychain, settings).preferredPort(), expected)
             << stored.toString().toStdString();
     }
 
-    UserDefaults defaults = settings();
-    Credentials(keychain, defaults).rememberPort(51234);
-    UserDefaults reread = settings();
+    Settings settings = freshSettings();
+    Credentials(keychain, settings).rememberPort(51234);
+    Settings reread = freshSettings();
     EXPECT_EQ(Credentials(keychain, reread).preferredPort(), 51234);
 }
 

@@ -35,8 +35,8 @@ protected:
     }
 
     test::TempDir dir;
-    UserDefaults defaults{QString::fromStdString((dir / "settings.ini").string())};
-    SuppressionRules rules{defaults};
+    Settings settings{QString::fromStdString((dir / "settings.ini").string())};
+    SuppressionRules rules{settings};
     SessionStore turns;
     SessionNames names;
     EventHandler handler{turns, names, rules};
@@ -102,7 +102,7 @@ TEST_F(EventHandlerTest, EventsThatNeedNothingProduceNothing) {
 }
 
 TEST_F(EventHandlerTest, MutedProjectsAreSilentButStillRemembered) {
-    defaults.set("rule.mutedProjects", QStringList{"proj", "other"});
+    settings.set("rule.mutedProjects", QStringList{"proj", "other"});
     rules.setEnabled(false);
     HookEvent stop = event(HookEvent::Name::stop);
     stop.bridgeVersion = "1.2.0";

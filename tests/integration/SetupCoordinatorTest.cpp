@@ -70,13 +70,13 @@ protected:
     test::TempDir top;
     fs::path claude = top / "claude";
     fs::path settings = claude / "settings.json";
-    UserDefaults defaults{QString::fromStdString((top / "defaults.ini").string())};
+    Settings store{QString::fromStdString((top / "settings.ini").string())};
 
     void SetUp() override { put(settings, original); }
 
     SetupCoordinator coordinator(FileSystem* files = nullptr,
                                  QString resource = SetupCoordinator::bridgeResource) {
-        return SetupCoordinator(defaults, claude, files, std::move(resource));
+        return SetupCoordinator(store, claude, files, std::move(resource));
     }
 };
 
@@ -91,7 +91,7 @@ TEST_F(SetupCoordinatorTest, InstallsOnceThroughALinkAndRemovesEverything) {
     const auto installed = setup.install(4711, "secret");
     ASSERT_EQ(installed.kind, Outcome::Kind::installed) << installed.message;
     EXPECT_EQ(contents(*installed.backup), original);
-    EXPECT_EQ(defaults.string("lastBackupPath"),
+    EXPECT_EQ(store.string("lastBackupPath"),
               QString::fromStdString(installed.backup->string()));
     EXPECT_TRUE(setup.isInstalled());
     EXPECT_TRUE(fs::is_symlink(settings));
@@ -170,7 +170,7 @@ TEST_F(SetupCoordinatorTest, NamesTheProblemBeforeWritingAnythingAndTheStepsByHa
     EXPECT_EQ(
         coordinator(nullptr, ":/no-such-resource").install(4711, "secret"),
         Outcome::failed(
-            "The bridge script is missing from the app bundle \u2014 this build is incomplete."));
+            "The bridge script is missing from Norrow's resources \u2014 this build is incomplete."));
     const std::string unread =
         settings.string() + " is empty or not valid JSON, so Claude Code is not reading it.";
     const std::pair<std::optional<std::string>, std::string> cases[] = {
@@ -194,11 +194,11 @@ TEST_F(SetupCoordinatorTest, NamesTheProblemBeforeWritingAnythingAndTheStepsByHa
                   ". Open Claude Code once, then try again.");
 
     const fs::path home = QDir::homePath().toStdString();
-    EXPECT_EQ(ClaudeFolder::url(defaults), home / ".claude");
-    defaults.set("claudeFolderOverride", "~/elsewhere");
-    EXPECT_EQ(ClaudeFolder::url(defaults), home / "elsewhere");
+    EXPECT_EQ(ClaudeFolder::url(store), home / ".claude");
+    store.set("claudeFolderOverride", "~/elsewhere");
+    EXPECT_EQ(ClaudeFolder::url(store), home / "elsewhere");
 
-    EXPECT_EQ(SetupCoordinator(defaults, "/home/u/.claude").manualInstructions(4711, "abc"),
+    EXPECT_EQ(SetupCoordinator(store, "/home/u/.claude").manualInstructions(4711, "abc"),
               "Add this to the \"hooks\" section of /home/u/.claude/settings.json, once for each "
               "of UserPromptSubmit, Stop and Notification:\n\n{ \"type\": \"command\", "
               "\"command\": \"/home/u/.claude/norrow/bridge\", \"timeout\": 5 }\n\nThe bridge "

@@ -63,7 +63,7 @@ TEST(HookInstaller, ReplacesItsOwnOldEntriesAndRemovesThemAgain) {
 TEST(HookInstaller, RefusesWhatClaudeCodeWouldNotRead) {
     const std::string notJSON = "settings.json is not valid JSON, so it will not be modified: ";
     const std::string notObject = notJSON + "top level is not a JSON object";
-    const std::string trailing = "' \u2014 valid to Foundation but not to the parser Claude Code "
+    const std::string trailing = "' \u2014 valid to lenient JSON readers but not to the parser Claude Code "
                                  "uses, so this file will not be modified";
     const std::pair<std::string, std::string> cases[] = {
         {"{\"a\": [1, 2,\n]}", notJSON + "trailing comma before ']" + trailing},

@@ -1,24 +1,40 @@
-#include "app/shared/UserDefaults.h"
+#include "app/shared/Settings.h"
+
+#include <array>
+#include <utility>
 
 namespace norrow {
+namespace {
 
-UserDefaults::UserDefaults() : settings_(std::make_unique<QSettings>("qelvane", "Norrow")) {}
+// The built-in values; keys not listed here read as unset until the user sets them.
+const std::array<std::pair<const char*, QVariant>, 5> builtIns{{
+    {SettingKey::soundStyle, QStringLiteral("voice")},
+    {SettingKey::rulesEnabled, true},
+    {SettingKey::minimumDuration, 20.0},
+    {SettingKey::onlyIfAway, true},
+    {SettingKey::hasSeenMenu, false},
+}};
 
-UserDefaults::UserDefaults(const QString& iniFile)
+} // namespace
+
+QVariant Settings::builtIn(const QString& key) {
+    for (const auto& [name, value] : builtIns)
+        if (key == QLatin1String(name)) return value;
+    return {};
+}
+
+Settings::Settings() : settings_(std::make_unique<QSettings>("qelvane", "Norrow")) {}
+
+Settings::Settings(const QString& iniFile)
     : settings_(std::make_unique<QSettings>(iniFile, QSettings::IniFormat)) {}
 
-void UserDefaults::registerDefaults(const QVariantMap& defaults) {
-    for (auto it = defaults.begin(); it != defaults.end(); ++it)
-        registered_.insert(it.key(), it.value());
-}
-
-QVariant UserDefaults::value(const QString& key) const {
+QVariant Settings::value(const QString& key) const {
     const QVariant stored = settings_->value(key);
     if (stored.isValid()) return stored;
-    return registered_.value(key);
+    return builtIn(key);
 }
 
-std::optional<QString> UserDefaults::string(const QString& key) const {
+std::optional<QString> Settings::string(const QString& key) const {
     const QVariant v = value(key);
     if (!v.isValid() || v.typeId() == QMetaType::QStringList ||
         v.typeId() == QMetaType::QVariantList)
@@ -26,7 +42,7 @@ std::optional<QString> UserDefaults::string(const QString& key) const {
     return v.toString();
 }
 
-std::int64_t UserDefaults::integer(const QString& key) const {
+std::int64_t Settings::integer(const QString& key) const {
     bool ok = false;
     const qlonglong n = value(key).toLongLong(&ok);
     if (ok) return n;
@@ -34,7 +50,7 @@ std::int64_t UserDefaults::integer(const QString& key) const {
     return ok ? static_cast<std::int64_t>(d) : 0;
 }
 
-bool UserDefaults::boolean(const QString& key) const {
+bool Settings::boolean(const QString& key) const {
     const QVariant v = value(key);
     if (v.typeId() == QMetaType::QString) {
         const QString s = v.toString().toLower();
@@ -43,13 +59,13 @@ bool UserDefaults::boolean(const QString& key) const {
     return v.toBool();
 }
 
-double UserDefaults::real(const QString& key) const {
+double Settings::real(const QString& key) const {
     bool ok = false;
     const double d = value(key).toDouble(&ok);
     return ok ? d : 0.0;
 }
 
-QStringList UserDefaults::stringList(const QString& key) const {
+QStringList Settings::stringList(const QString& key) const {
     const QVariant v = value(key);
     if (v.typeId() == QMetaType::QStringList || v.typeId() == QMetaType::QVariantList)
         return v.toStringList();
@@ -58,15 +74,15 @@ QStringList UserDefaults::stringList(const QString& key) const {
     return {};
 }
 
-void UserDefaults::set(const QString& key, const QVariant& value) {
+void Settings::set(const QString& key, const QVariant& value) {
     settings_->setValue(key, value);
 }
 
-void UserDefaults::remove(const QString& key) {
+void Settings::remove(const QString& key) {
     settings_->remove(key);
 }
 
-void UserDefaults::sync() {
+void Settings::sync() {
     settings_->sync();
 }
 
