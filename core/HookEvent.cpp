@@ -1,5 +1,6 @@
 #include "core/HookEvent.h"
 
+#include "core/KnownEditors.h"
 #include "core/Unicode.h"
 
 #include <array>
@@ -265,15 +266,7 @@ std::string HookEvent::agentLabel() const {
 
 bool HookEvent::isIntegratedTerminal() const {
     if (termProgram && unicode::lowercased(*termProgram) == "vscode") return true;
-    if (!termBundleId) return false;
-    const std::string bundle = unicode::lowercased(*termBundleId);
-    if (bundle.empty()) return false;
-    static constexpr std::array<std::string_view, 5> editors{
-        "com.microsoft.vscode", "com.microsoft.vscodeinsiders", "com.visualstudio.code.oss",
-        "com.todesktop.230313mzl4w4u92", "com.exafunction.windsurf"};
-    for (const auto editor : editors)
-        if (bundle == editor) return true;
-    return bundle.starts_with("com.jetbrains.");
+    return termBundleId && editors::hasIntegratedTerminal(*termBundleId);
 }
 
 } // namespace norrow
