@@ -16,8 +16,11 @@ configure: deps
 build: configure
 	@cmake --build $(BUILD)
 
+# The desktop app when there is a display to show it on, else the listener alone.
 run: build
-	$(BUILD)/cli/norrowctl serve
+	@if [ -n "$$DISPLAY$$WAYLAND_DISPLAY" ]; then exec $(BUILD)/app/norrow; \
+	elif [ -d $(BUILD)/app/Norrow.app ]; then exec $(BUILD)/app/Norrow.app/Contents/MacOS/Norrow; \
+	else echo "make run: no display, so running the listener alone (norrowctl serve)"; exec $(BUILD)/cli/norrowctl serve; fi
 
 test: build
 	@ctest --preset $(PRESET) -j2

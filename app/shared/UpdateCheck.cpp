@@ -10,7 +10,7 @@ std::string UpdateCheck::Release::menuTitle() const {
 }
 
 QUrl UpdateCheck::defaultEndpoint() {
-    return QUrl("https://norrow.qelvane.com/api/latest");
+    return QUrl(QStringLiteral(NORROW_UPDATE_ENDPOINT));
 }
 
 UpdateCheck::UpdateCheck(std::unique_ptr<Transport> transport, std::string current, Clock clock,

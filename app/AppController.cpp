@@ -1,0 +1,198 @@
+#include "app/AppController.h"
+
+#include "app/SetupDialogs.h"
+#include "app/shared/ClaudeFolder.h"
+#include "app/shared/SetupAlert.h"
+#include "core/BridgeState.h"
+#include "core/TerminalActivator.h"
+
+#include <QClipboard>
+#include <QDesktopServices>
+#include <QGuiApplication>
+#include <QTimer>
+#include <chrono>
+#include <iostream>
+
+namespace norrow {
+namespace {
+
+// Long enough for the tray to have embedded the status item, so the menu opens beside it.
+constexpr std::chrono::milliseconds firstMenuDelay{800};
+
+} // namespace
+
+AppController::AppController(Settings& settings, SecretStore& keychain, Desktop& desktop,
+                             std::unique_ptr<UpdateCheck::Transport> transport, Options options)
+    : settings_(settings), desktop_(desktop), options_(std::move(options)),
+      host_(settings, keychain, ClaudeFolder::url(settings)),
+      setup_(settings, host_.claudeFolder()), rules_(settings),
+      events_(host_.turns(), names_, rules_),
+      updates_(std::move(transport), options_.version, &std::chrono::system_clock::now,
+               options_.updateEndpoint) {}
+
+AppController::~AppController() {
+    stop();
+}
+
+void AppController::start() {
+    statusMenu_ = std::make_unique<StatusMenu>([this](const MenuItem& item) { perform(item); },
+                                               [this] { refreshMenu(); });
+    host_.setOnEvent([this](const HookEvent& event) { handle(event); });
+    host_.setOnStateChange([this](bool listening) { listenerStateChanged(listening); });
+    host_.setOnSweep([this] { checkForUpdates(); });
+    try {
+        host_.start(host_.rememberedPort());
+    } catch (const EventListener::ListenerError& e) {
+        qWarning("Norrow: %s", e.what());
+    }
+    refreshMenu();
+    checkForUpdates();
+    if (!settings_.boolean(SettingKey::hasSeenMenu)) {
+        settings_.set(SettingKey::hasSeenMenu, true);
+        settings_.sync();
+        QTimer::singleShot(firstMenuDelay, this, [this] { statusMenu_->popUp(); });
+    }
+}
+
+void AppController::stop() {
+    host_.stop();
+}
+
+void AppController::listenerStateChanged(bool listening) {
+    if (options_.debug && !reportedState_) {
+        const auto port = host_.port();
+        std::cout << "NORROW_PORT=" << (port ? std::to_string(*port) : std::string()) << '\n'
+                  << "NORROW_TOKEN=" << host_.token() << '\n'
+                  << std::flush;
+    }
+    reportedState_ = true;
+    if (!listening) qWarning("Norrow: the listener stopped listening");
+    refreshMenu();
+}
+
+void AppController::checkForUpdates() {
+    updates_.run(false, [this] { refreshMenu(); });
+}
+
+MenuState AppController::menuState() {
+    MenuState state;
+    state.listening = host_.port().has_value();
+    const auto& folder = host_.claudeFolder();
+    const auto projects = SessionNames::projectsFolder(folder);
+    for (const auto& live : BridgeState::liveSessionDetails(BridgeState::stateFolder(folder))) {
+        MenuState::Session session{live.id, names_.displayName(live.id, projects),
+                                   live.lastActivity, std::nullopt};
+        const auto& last = events_.lastEventBySession();
+        if (const auto event = last.find(live.id); event != last.end())
+            if (const auto app = desktop_.runningApp(event->second))
+                session.host = app->localizedName;
+        state.sessions.push_back(std::move(session));
+    }
+    state.installed = setup_.isInstalled();
+    state.soundStyle = settings_.string(SettingKey::soundStyle).value_or(QString()).toStdString();
+    state.rulesEnabled = rules_.enabled();
+    state.minimumDuration = rules_.minimumDuration();
+    state.onlyIfAway = rules_.onlyIfAway();
+    state.version = options_.version;
+    if (const auto& release = updates_.available()) state.availableVersion = release->version;
+    state.lastBridgeVersion = events_.lastBridgeVersion();
+    state.bridgeStale = AppVersion::bridgeIsStale(state.lastBridgeVersion, options_.version);
+    state.now = std::chrono::system_clock::now();
+    return state;
+}
+
+void AppController::refreshMenu() {
+    host_.publishBridgeConfig();
+    if (statusMenu_) statusMenu_->show(MenuModel::build(menuState(), relativeTime_));
+}
+
+void AppController::handle(const HookEvent& event) {
+    const auto outcome =
+        events_.handle(event, desktop_.frontmostApplication(), std::chrono::system_clock::now());
+    if (outcome.menuChanged) refreshMenu();
+    if (outcome.alert) emit alerted(*outcome.alert);
+}
+
+void AppController::perform(const MenuItem& item) {
+    if (!item.action) return;
+    const auto* text = std::get_if<std::string>(&item.represented);
+    const auto* number = std::get_if<double>(&item.represented);
+    switch (*item.action) {
+    case MenuAction::returnToSession:
+        if (text) returnToSession(*text);
+        return;
+    case MenuAction::runInstall:
+        runInstall();
+        return;
+    case MenuAction::runUninstall:
+        runUninstall();
+        return;
+    case MenuAction::copyManualInstructions:
+        copyManualInstructions();
+        return;
+    case MenuAction::chooseSound:
+        if (text) settings_.set(SettingKey::soundStyle, QString::fromStdString(*text));
+        break;
+    case MenuAction::toggleRules:
+        rules_.setEnabled(!rules_.enabled());
+        break;
+    case MenuAction::chooseMinimumDuration:
+        if (number) rules_.setMinimumDuration(*number);
+        break;
+    case MenuAction::toggleOnlyIfAway:
+        rules_.setOnlyIfAway(!rules_.onlyIfAway());
+        break;
+    case MenuAction::openDownload:
+        openDownload();
+        return;
+    case MenuAction::quit:
+        QCoreApplication::quit();
+        return;
+    }
+    settings_.sync();
+    refreshMenu();
+}
+
+void AppController::returnToSession(const std::string& id) {
+    const auto& last = events_.lastEventBySession();
+    const auto event = last.find(id);
+    if (event == last.end()) return;
+    const auto app = desktop_.runningApp(event->second);
+    if (!app) return;
+    desktop_.activate(*app);
+    if (!event->second.isIntegratedTerminal() || !event->second.cwd) return;
+    if (const auto link = TerminalActivator::revealURL(*event->second.cwd, app->identity))
+        QDesktopServices::openUrl(QUrl(QString::fromStdString(*link), QUrl::StrictMode));
+}
+
+void AppController::runInstall() {
+    const auto port = host_.port();
+    if (!port) {
+        SetupDialogs::inform(SetupAlert::notListening());
+        return;
+    }
+    const auto outcome = setup_.install(*port, host_.token());
+    if (const auto alert = SetupAlert::afterInstall(outcome)) SetupDialogs::inform(*alert);
+    refreshMenu();
+}
+
+void AppController::runUninstall() {
+    if (!SetupDialogs::confirmRemoval()) return;
+    const auto outcome = setup_.uninstall();
+    if (const auto alert = SetupAlert::afterRemoval(outcome)) SetupDialogs::inform(*alert);
+    refreshMenu();
+}
+
+void AppController::copyManualInstructions() {
+    QClipboard* clipboard = QGuiApplication::clipboard();
+    clipboard->clear();
+    clipboard->setText(
+        QString::fromStdString(setup_.manualInstructions(host_.port().value_or(0), host_.token())));
+    SetupDialogs::inform(SetupAlert::copiedInstructions());
+}
+
+void AppController::openDownload() {
+    if (const auto& release = updates_.available()) QDesktopServices::openUrl(release->url);
+}
+
+} // namespace norrow

@@ -1,0 +1,88 @@
+#pragma once
+
+#include "app/MenuModel.h"
+#include "app/StatusMenu.h"
+#include "app/platform/Desktop.h"
+#include "app/shared/EventHandler.h"
+#include "app/shared/ListenerHost.h"
+#include "app/shared/SecretStore.h"
+#include "app/shared/Settings.h"
+#include "app/shared/SetupCoordinator.h"
+#include "app/shared/SuppressionRules.h"
+#include "app/shared/UpdateCheck.h"
+#include "core/AppVersion.h"
+#include "core/RelativeTime.h"
+#include "core/SessionNames.h"
+
+#include <QObject>
+#include <QUrl>
+#include <memory>
+#include <string>
+
+namespace norrow {
+
+// The desktop app's one controller: starts the listener, owns the long-lived objects,
+// rebuilds the status menu whenever something changes, and carries out the menu's actions.
+// Main thread only.
+class AppController : public QObject {
+    Q_OBJECT
+public:
+    struct Options {
+        std::string version = AppVersion::current();
+        QUrl updateEndpoint = UpdateCheck::defaultEndpoint();
+        // Print the port and token once listening, for pointing a hand-run bridge at the app.
+        bool debug = false;
+    };
+
+    AppController(Settings& settings, SecretStore& keychain, Desktop& desktop,
+                  std::unique_ptr<UpdateCheck::Transport> transport, Options options);
+    ~AppController() override;
+
+    // Shows the status item, starts listening and checking for releases, opens the menu on
+    // the very first launch, and schedules the periodic sweep.
+    void start();
+    // Stops the listener and the timers; the app is about to quit.
+    void stop();
+
+    // Rebuilds the whole menu, publishing the bridge config first.
+    void refreshMenu();
+    // What the menu shows now.
+    MenuState menuState();
+    // One event from the listener: the turn bookkeeping, the rules, then the menu.
+    void handle(const HookEvent& event);
+    // Carries out a chosen menu item.
+    void perform(const MenuItem& item);
+
+    ListenerHost& host() { return host_; }
+    StatusMenu& statusMenu() { return *statusMenu_; }
+    const EventHandler& events() const { return events_; }
+    UpdateCheck& updateCheck() { return updates_; }
+
+signals:
+    // An event the user's rules let through; a banner and a sound announce it.
+    void alerted(const norrow::EventHandler::Alert& alert);
+
+private:
+    void listenerStateChanged(bool listening);
+    void checkForUpdates();
+    void returnToSession(const std::string& id);
+    void runInstall();
+    void runUninstall();
+    void copyManualInstructions();
+    void openDownload();
+
+    Settings& settings_;
+    Desktop& desktop_;
+    const Options options_;
+    ListenerHost host_;
+    SetupCoordinator setup_;
+    SessionNames names_;
+    SuppressionRules rules_;
+    EventHandler events_;
+    UpdateCheck updates_;
+    RelativeTime relativeTime_;
+    std::unique_ptr<StatusMenu> statusMenu_;
+    bool reportedState_ = false;
+};
+
+} // namespace norrow

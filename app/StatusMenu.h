@@ -1,0 +1,41 @@
+#pragma once
+
+#include "app/MenuModel.h"
+
+#include <QMenu>
+#include <QObject>
+#include <QSystemTrayIcon>
+#include <functional>
+#include <vector>
+
+namespace norrow {
+
+// The status item in the tray (the menu bar on macOS) and its menu, drawn from the plain
+// menu model. The menu is never edited in place: every rebuild replaces all of it.
+class StatusMenu : public QObject {
+    Q_OBJECT
+public:
+    // `onChoose` runs when an enabled item with an action is chosen; `aboutToShow` just before
+    // the menu opens, so the owner can rebuild it.
+    StatusMenu(std::function<void(const MenuItem&)> onChoose, std::function<void()> aboutToShow);
+    ~StatusMenu() override;
+
+    void show(const std::vector<MenuItem>& items);
+    // Opens the menu by the status item, as a click on it would.
+    void popUp();
+
+    QMenu& menu() { return menu_; }
+    QSystemTrayIcon& trayIcon() { return tray_; }
+
+    // The status item's monochrome image.
+    static QIcon icon();
+
+private:
+    void fill(QMenu& menu, const std::vector<MenuItem>& items);
+
+    std::function<void(const MenuItem&)> onChoose_;
+    QMenu menu_;
+    QSystemTrayIcon tray_;
+};
+
+} // namespace norrow
