@@ -15,8 +15,8 @@ Date modificationDate(const std::filesystem::path& file) {
     struct stat info {};
     // The file's own date, not a link target's.
     if (::lstat(file.c_str(), &info) != 0) return distantPast;
-    return Date(std::chrono::duration<double>(static_cast<double>(info.st_mtim.tv_sec) +
-                                              static_cast<double>(info.st_mtim.tv_nsec) * 1e-9));
+    return Date(Seconds(static_cast<double>(info.st_mtim.tv_sec) +
+                        static_cast<double>(info.st_mtim.tv_nsec) * 1e-9));
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Seconds.h"
+
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
@@ -12,10 +14,10 @@ namespace norrow::BridgeState {
 
 // A wall-clock instant in seconds as a double, so that the distant past and "now minus
 // it" both stay representable.
-using Date = std::chrono::time_point<std::chrono::system_clock, std::chrono::duration<double>>;
+using Date = std::chrono::time_point<std::chrono::system_clock, Seconds>;
 
 // 0001-01-01T00:00:00Z: the activity of a session whose file's date cannot be read.
-inline constexpr Date distantPast{std::chrono::duration<double>(-62135596800.0)};
+inline constexpr Date distantPast{Seconds(-62135596800.0)};
 
 struct LiveSession {
     std::string id;

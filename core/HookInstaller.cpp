@@ -185,7 +185,7 @@ Filtered withoutOwnEntries(const json& groups) {
 }
 
 json ownGroup(std::string_view bridgePath) {
-    json entry = {{"type", "command"}, {"command", bridgePath}, {"timeout", timeoutSeconds}};
+    json entry = {{"type", "command"}, {"command", bridgePath}, {"timeout", timeout.count()}};
     return {{"matcher", ""}, {"hooks", json::array({entry})}};
 }
 

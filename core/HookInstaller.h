@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -18,7 +19,8 @@ inline constexpr std::array<std::string_view, 4> events{"UserPromptSubmit", "Sto
                                                         "SessionEnd"};
 // A hook whose command contains this text is ours.
 inline constexpr std::string_view marker = "/norrow/bridge";
-inline constexpr int timeoutSeconds = 5;
+// How long Claude Code lets the bridge run.
+inline constexpr std::chrono::seconds timeout{5};
 
 struct Plan {
     // The whole new text, absent when nothing is to be written.

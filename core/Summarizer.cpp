@@ -159,7 +159,7 @@ std::string fallbackText(SummaryKind kind, std::optional<std::int64_t> toolCount
 
 } // namespace
 
-Summary summarize(const HookEvent& event, std::optional<double> duration) {
+Summary summarize(const HookEvent& event, std::optional<Seconds> duration) {
     const std::string_view source = event.lastAssistantMessage
                                         ? std::string_view(*event.lastAssistantMessage)
                                     : event.message ? std::string_view(*event.message)
@@ -203,9 +203,11 @@ std::optional<std::string> statLine(const std::optional<HookEvent::Stats>& stats
     return joined(items, " \u00B7 ");
 }
 
-std::optional<std::string> durationText(std::optional<double> seconds) {
-    if (!seconds || !std::isfinite(*seconds) || *seconds < 0) return std::nullopt;
-    const double rounded = std::round(*seconds);
+std::optional<std::string> durationText(std::optional<Seconds> duration) {
+    if (!duration) return std::nullopt;
+    const double seconds = duration->count();
+    if (!std::isfinite(seconds) || seconds < 0) return std::nullopt;
+    const double rounded = std::round(seconds);
     // A count of seconds that no integer holds is not a usable duration either.
     if (rounded >= static_cast<double>(std::numeric_limits<std::int64_t>::max()))
         return std::nullopt;

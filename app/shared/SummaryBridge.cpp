@@ -4,7 +4,7 @@
 
 namespace norrow::SummaryBridge {
 
-Result summarize(const HookEvent& event, std::optional<double> duration) {
+Result summarize(const HookEvent& event, std::optional<Seconds> duration) {
     if (event.hookEventName != HookEvent::Name::notification) {
         Summary summary = Summarizer::summarize(event, duration);
         return {std::move(summary.text), summary.kind, std::move(summary.statLine),

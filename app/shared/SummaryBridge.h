@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/HookEvent.h"
+#include "core/Seconds.h"
 #include "core/Summary.h"
 
 #include <optional>
@@ -19,7 +20,7 @@ struct Result {
     bool operator==(const Result&) const = default;
 };
 
-// `duration` is the turn's length in seconds.
-Result summarize(const HookEvent& event, std::optional<double> duration);
+// `duration` is the turn's length.
+Result summarize(const HookEvent& event, std::optional<Seconds> duration);
 
 } // namespace norrow::SummaryBridge

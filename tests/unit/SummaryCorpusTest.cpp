@@ -83,7 +83,7 @@ TEST(SummaryCorpus, HostileInputsStayWithinTheLimit) {
     const auto event = HookEvent::fromJson(parseLenientJson(
         R"({"hook_event_name":"Stop","last_assistant_message":"Fixed \ud800 it. \udfff Done?"})"));
     ASSERT_TRUE(event);
-    const Summary summary = Summarizer::summarize(*event, 3);
+    const Summary summary = Summarizer::summarize(*event, Seconds(3));
     EXPECT_EQ(summary.text, "Fixed \uFFFD it. \uFFFD Done?");
     EXPECT_EQ(summary.kind, SummaryKind::needsYou);
 }
