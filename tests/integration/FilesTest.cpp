@@ -1,5 +1,6 @@
 #include "core/Files.h"
 
+#include "support/Files.h"
 #include "support/TempDir.h"
 
 #include <cerrno>
@@ -12,11 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 using Step = files::AtomicWriteFailure::Step;
 
-unsigned mode(const fs::path& path) {
-    struct stat info {};
-    ::stat(path.c_str(), &info);
-    return info.st_mode & 07777;
-}
+using test::mode;
 
 // The names in a folder, so a test can see that no temporary file survived.
 std::vector<std::string> listing(const fs::path& folder) {

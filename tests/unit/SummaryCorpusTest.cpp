@@ -4,6 +4,7 @@
 #include "core/HookEvent.h"
 #include "core/Summarizer.h"
 #include "core/SummaryLint.h"
+#include "support/Files.h"
 
 #include <filesystem>
 #include <fstream>
@@ -16,10 +17,7 @@ namespace {
 
 const std::filesystem::path corpus(NORROW_CORPUS_DIR);
 
-std::string contents(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using test::contents;
 
 bool fits(const std::string& text) {
     return Graphemes::count(text) <= static_cast<std::size_t>(Summarizer::maxLength);
