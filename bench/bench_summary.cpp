@@ -14,8 +14,8 @@
 
 namespace {
 
-using norrow::MarkdownStripper;
-using norrow::Summarizer;
+namespace MarkdownStripper = norrow::MarkdownStripper;
+namespace Summarizer = norrow::Summarizer;
 
 // Every assistant message of the corpus, in file order, separated by blank lines.
 const std::string& corpus() {

@@ -26,11 +26,11 @@ std::string readText(const std::string& file = {}) {
 void addSummarize(CLI::App& app, int& status) {
     auto* command = app.add_subcommand(
         "summarize", "Summarize a hook payload (or Markdown) read from standard input");
-    auto duration = std::make_shared<std::optional<double>>();
+    auto duration = std::make_shared<std::optional<Seconds>>();
     auto markdown = std::make_shared<bool>(false);
     auto banner = std::make_shared<bool>(false);
     command->add_option_function<double>(
-        "--duration", [duration](const double& seconds) { *duration = seconds; },
+        "--duration", [duration](const double& seconds) { *duration = Seconds(seconds); },
         "The turn's length in seconds");
     command->add_flag("--markdown", *markdown,
                       "Standard input is the agent's Markdown message itself");

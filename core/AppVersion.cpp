@@ -3,19 +3,17 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <vector>
 
 #ifndef NORROW_VERSION
 #define NORROW_VERSION ""
 #endif
 
-namespace norrow {
+namespace norrow::AppVersion {
+namespace {
 
-std::string AppVersion::current() {
-    const std::string_view stamped = NORROW_VERSION;
-    return std::string(stamped.empty() ? development : stamped);
-}
-
-std::optional<std::vector<unsigned long long>> AppVersion::numbers(std::string_view version) {
+// The dot-separated non-negative integers of a version, or absent when unreadable.
+std::optional<std::vector<unsigned long long>> numbers(std::string_view version) {
     std::vector<unsigned long long> parts;
     for (;;) {
         const std::size_t dot = version.find('.');
@@ -34,7 +32,14 @@ std::optional<std::vector<unsigned long long>> AppVersion::numbers(std::string_v
     }
 }
 
-bool AppVersion::isNewer(std::string_view candidate, std::string_view base) {
+} // namespace
+
+std::string current() {
+    const std::string_view stamped = NORROW_VERSION;
+    return std::string(stamped.empty() ? development : stamped);
+}
+
+bool isNewer(std::string_view candidate, std::string_view base) {
     const auto a = numbers(candidate);
     const auto b = numbers(base);
     if (!a || !b) return false;
@@ -47,11 +52,10 @@ bool AppVersion::isNewer(std::string_view candidate, std::string_view base) {
     return false;
 }
 
-bool AppVersion::bridgeIsStale(const std::optional<std::string>& reported,
-                               std::string_view running) {
+bool bridgeIsStale(const std::optional<std::string>& reported, std::string_view running) {
     if (running == development) return false;
     if (!reported || reported->empty() || *reported == development) return false;
     return *reported != running;
 }
 
-} // namespace norrow
+} // namespace norrow::AppVersion

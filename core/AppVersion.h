@@ -3,32 +3,26 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
-
-namespace norrow {
 
 // The running version and the rules for comparing versions.
-class AppVersion {
-public:
-    static constexpr std::string_view development = "dev";
+namespace norrow::AppVersion {
 
-    // The version this build was stamped with, or "dev".
-    static std::string current();
-    static bool isRelease() { return current() != development; }
+inline constexpr std::string_view development = "dev";
 
-    // Whether `candidate` is a strictly later release than `base`. Decorated versions
-    // ("1.4-beta") are unreadable and never newer.
-    static bool isNewer(std::string_view candidate, std::string_view base);
+// The version this build was stamped with, or "dev".
+std::string current();
+inline bool isRelease() {
+    return current() != development;
+}
 
-    // Whether a bridge reporting `reported` differs from the running release.
-    static bool bridgeIsStale(const std::optional<std::string>& reported) {
-        return bridgeIsStale(reported, current());
-    }
-    static bool bridgeIsStale(const std::optional<std::string>& reported, std::string_view running);
+// Whether `candidate` is a strictly later release than `base`. Decorated versions
+// ("1.4-beta") are unreadable and never newer.
+bool isNewer(std::string_view candidate, std::string_view base);
 
-private:
-    // The dot-separated non-negative integers of a version, or absent when unreadable.
-    static std::optional<std::vector<unsigned long long>> numbers(std::string_view version);
-};
+// Whether a bridge reporting `reported` differs from the running release.
+bool bridgeIsStale(const std::optional<std::string>& reported, std::string_view running);
+inline bool bridgeIsStale(const std::optional<std::string>& reported) {
+    return bridgeIsStale(reported, current());
+}
 
-} // namespace norrow
+} // namespace norrow::AppVersion

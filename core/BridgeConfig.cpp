@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -68,24 +67,15 @@ void BridgeConfig::write(std::uint16_t port, const std::string& token,
                          const std::filesystem::path& file) {
     const std::filesystem::path folder = file.parent_path();
     makePrivateFolder(folder);
-    const std::string bytes = render(port, token);
-    const std::filesystem::path temporary = folder / "config.json.new";
-    ::unlink(temporary.c_str());
-    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd < 0)
-        throw ConfigError(ConfigError::Case::writeFailed, "cannot create " + temporary.string());
-    const bool written = ::fchmod(fd, 0600) == 0 && files::writeAll(fd, bytes) && ::fsync(fd) == 0;
-    const bool closed = ::close(fd) == 0;
-    if (!written || !closed) {
-        ::unlink(temporary.c_str());
-        throw ConfigError(ConfigError::Case::writeFailed, "cannot create " + temporary.string());
-    }
-    if (::rename(temporary.c_str(), file.c_str()) != 0) {
-        const int error = errno;
-        ::unlink(temporary.c_str());
+    const auto failure = files::writeAtomically(file, render(port, token),
+                                                {.temporaryName = "config.json.new", .mode = 0600});
+    if (!failure) return;
+    if (failure->step == files::AtomicWriteFailure::Step::rename)
         throw ConfigError(ConfigError::Case::writeFailed,
-                          "rename to " + file.string() + " failed: " + std::strerror(error));
-    }
+                          "rename to " + file.string() +
+                              " failed: " + std::strerror(failure->error));
+    throw ConfigError(ConfigError::Case::writeFailed,
+                      "cannot create " + failure->temporary.string());
 }
 
 std::optional<BridgeConfig> BridgeConfig::read(const std::filesystem::path& file) {

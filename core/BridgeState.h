@@ -1,43 +1,42 @@
 #pragma once
 
+#include "core/Seconds.h"
+
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <string>
 #include <vector>
 
-namespace norrow {
-
 // The live Claude Code sessions, as the bridge's per-session state files show them. Only
 // reads the state folder; never writes there.
-class BridgeState {
-public:
-    // A wall-clock instant in seconds as a double, so that the distant past and "now minus
-    // it" both stay representable.
-    using Date = std::chrono::time_point<std::chrono::system_clock, std::chrono::duration<double>>;
+namespace norrow::BridgeState {
 
-    // 0001-01-01T00:00:00Z: the activity of a session whose file's date cannot be read.
-    static constexpr Date distantPast{std::chrono::duration<double>(-62135596800.0)};
+// A wall-clock instant in seconds as a double, so that the distant past and "now minus
+// it" both stay representable.
+using Date = std::chrono::time_point<std::chrono::system_clock, Seconds>;
 
-    struct LiveSession {
-        std::string id;
-        // The modification time of the session's state file.
-        Date lastActivity;
+// 0001-01-01T00:00:00Z: the activity of a session whose file's date cannot be read.
+inline constexpr Date distantPast{Seconds(-62135596800.0)};
 
-        bool operator==(const LiveSession&) const = default;
-    };
+struct LiveSession {
+    std::string id;
+    // The modification time of the session's state file.
+    Date lastActivity;
 
-    // The live sessions, latest activity first (equal times keep listing order). An
-    // unreadable folder has none.
-    static std::vector<LiveSession> liveSessionDetails(const std::filesystem::path& folder);
-    static std::vector<std::string> liveSessions(const std::filesystem::path& folder);
-    static std::size_t count(const std::filesystem::path& folder);
-
-    // The menu's heading text for a number of sessions.
-    static std::string describe(std::size_t count);
-
-    // "norrow/state" inside a Claude Code folder.
-    static std::filesystem::path stateFolder(const std::filesystem::path& claudeFolder);
+    bool operator==(const LiveSession&) const = default;
 };
 
-} // namespace norrow
+// The live sessions, latest activity first (equal times keep listing order). An
+// unreadable folder has none.
+std::vector<LiveSession> liveSessionDetails(const std::filesystem::path& folder);
+std::vector<std::string> liveSessions(const std::filesystem::path& folder);
+std::size_t count(const std::filesystem::path& folder);
+
+// The menu's heading text for a number of sessions.
+std::string describe(std::size_t count);
+
+// "norrow/state" inside a Claude Code folder.
+std::filesystem::path stateFolder(const std::filesystem::path& claudeFolder);
+
+} // namespace norrow::BridgeState

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace norrow::files {
@@ -49,6 +50,49 @@ std::optional<FolderFailure> makeFolders(const std::filesystem::path& folder, mo
     if (::stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
         return FolderFailure{folder, ENOTDIR};
     return std::nullopt;
+}
+
+std::optional<AtomicWriteFailure> writeAtomically(const std::filesystem::path& file,
+                                                  std::string_view bytes, const AtomicWrite& how) {
+    std::filesystem::path target = file;
+    if (std::error_code error; how.followSymlinks && std::filesystem::is_symlink(file, error)) {
+        if (auto linked = std::filesystem::canonical(file, error); !error)
+            target = std::move(linked);
+    }
+    mode_t mode = how.mode;
+    if (struct stat info{}; how.keepPermissions && ::stat(target.c_str(), &info) == 0)
+        mode = info.st_mode & 07777;
+
+    using Step = AtomicWriteFailure::Step;
+    AtomicWriteFailure failure{Step::create, 0, target, {}};
+    int fd = -1;
+    if (how.temporaryName.empty()) {
+        std::string pattern =
+            (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
+        fd = ::mkostemp(pattern.data(), O_CLOEXEC);
+        failure.temporary = pattern;
+    } else {
+        // A fixed name may be left over from an interrupted write.
+        failure.temporary = target.parent_path() / how.temporaryName;
+        ::unlink(failure.temporary.c_str());
+        fd = ::open(failure.temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    }
+    if (fd < 0) {
+        failure.error = errno;
+        return failure;
+    }
+
+    bool written = ::fchmod(fd, mode) == 0 && writeAll(fd, bytes) && ::fsync(fd) == 0;
+    int error = written ? 0 : errno;
+    if (::close(fd) != 0 && written) {
+        written = false;
+        error = errno;
+    }
+    if (written && ::rename(failure.temporary.c_str(), target.c_str()) == 0) return std::nullopt;
+    failure.step = written ? Step::rename : Step::write;
+    failure.error = written ? errno : error;
+    ::unlink(failure.temporary.c_str());
+    return failure;
 }
 
 } // namespace norrow::files

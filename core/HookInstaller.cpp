@@ -8,11 +8,10 @@
 #include <cstdio>
 #include <vector>
 
-namespace norrow {
+namespace norrow::HookInstaller {
 namespace {
 
 using json = nlohmann::json;
-using InstallError = HookInstaller::InstallError;
 
 constexpr std::string_view indentUnit = "  ";
 constexpr std::array<std::string_view, 7> preferredKeys{"matcher", "hooks",   "type", "command",
@@ -42,7 +41,7 @@ std::optional<json> parseObject(std::string_view document) {
 }
 
 json parseDocument(std::string_view document, const std::string& failure) {
-    HookInstaller::rejectTrailingCommas(document);
+    rejectTrailingCommas(document);
     auto value = parseObject(document);
     if (!value) throw InstallError::notJSON(failure);
     return std::move(*value);
@@ -63,7 +62,7 @@ void write(std::string& out, const json& value, std::optional<std::string_view> 
 
 void writeString(std::string& out, std::string_view text) {
     out += '"';
-    out += HookInstaller::escape(text);
+    out += escape(text);
     out += '"';
 }
 
@@ -106,7 +105,7 @@ void write(std::string& out, const json& value, std::optional<std::string_view> 
             members.push_back(&member);
         if (indent)
             std::stable_sort(members.begin(), members.end(), [](const auto* a, const auto* b) {
-                return HookInstaller::keyOrder(a->first, b->first);
+                return keyOrder(a->first, b->first);
             });
         writeContainer(out, members, '{', '}', indent, depth, [&](const auto* member) {
             writeString(out, member->first);
@@ -151,7 +150,7 @@ bool isOwnEntry(const json& entry) {
     if (!entry.is_object()) return false;
     const auto command = entry.find("command");
     return command != entry.end() && command->is_string() &&
-           command->get_ref<const std::string&>().find(HookInstaller::marker) != std::string::npos;
+           command->get_ref<const std::string&>().find(marker) != std::string::npos;
 }
 
 struct Filtered {
@@ -186,32 +185,29 @@ Filtered withoutOwnEntries(const json& groups) {
 }
 
 json ownGroup(std::string_view bridgePath) {
-    json entry = {
-        {"type", "command"}, {"command", bridgePath}, {"timeout", HookInstaller::timeoutSeconds}};
+    json entry = {{"type", "command"}, {"command", bridgePath}, {"timeout", timeout.count()}};
     return {{"matcher", ""}, {"hooks", json::array({entry})}};
 }
 
 } // namespace
 
-HookInstaller::InstallError::InstallError(Case kind, const std::string& description)
+InstallError::InstallError(Case kind, const std::string& description)
     : std::runtime_error(description), kind_(kind) {}
 
-HookInstaller::InstallError HookInstaller::InstallError::unreadable(const std::string& detail) {
+InstallError InstallError::unreadable(const std::string& detail) {
     return {Case::unreadable, "cannot read " + detail};
 }
 
-HookInstaller::InstallError HookInstaller::InstallError::notJSON(const std::string& detail) {
+InstallError InstallError::notJSON(const std::string& detail) {
     return {Case::notJSON,
             "settings.json is not valid JSON, so it will not be modified: " + detail};
 }
 
-HookInstaller::InstallError
-HookInstaller::InstallError::verificationFailed(const std::string& detail) {
+InstallError InstallError::verificationFailed(const std::string& detail) {
     return {Case::verificationFailed, "the file was written but failed verification: " + detail};
 }
 
-HookInstaller::Plan HookInstaller::planInstall(std::string_view document,
-                                               std::string_view bridgePath) {
+Plan planInstall(std::string_view document, std::string_view bridgePath) {
     const json root = parseDocument(document, "top level is not a JSON object");
     const auto existing = root.find("hooks");
     json hooks = existing != root.end() && existing->is_object() ? *existing : json::object();
@@ -235,7 +231,7 @@ HookInstaller::Plan HookInstaller::planInstall(std::string_view document,
     return plan;
 }
 
-HookInstaller::Plan HookInstaller::planRemoval(std::string_view document) {
+Plan planRemoval(std::string_view document) {
     const json root = parseDocument(document, "top-level parse failed");
     Plan plan;
     const auto existing = root.find("hooks");
@@ -265,7 +261,7 @@ HookInstaller::Plan HookInstaller::planRemoval(std::string_view document) {
     return plan;
 }
 
-void HookInstaller::verify(std::string_view before, std::string_view after) {
+void verify(std::string_view before, std::string_view after) {
     rejectTrailingCommas(before);
     const auto original = parseObject(before);
     if (!original) throw InstallError::verificationFailed("original no longer parses");
@@ -284,7 +280,7 @@ void HookInstaller::verify(std::string_view before, std::string_view after) {
                 throw InstallError::verificationFailed("a key outside `hooks` changed");
 }
 
-void HookInstaller::rejectTrailingCommas(std::string_view document) {
+void rejectTrailingCommas(std::string_view document) {
     const Graphemes characters(document);
     bool inString = false;
     bool commaPending = false;
@@ -311,14 +307,13 @@ void HookInstaller::rejectTrailingCommas(std::string_view document) {
     }
 }
 
-std::string HookInstaller::render(const nlohmann::json& value, std::string_view indent,
-                                  std::size_t depth) {
+std::string render(const nlohmann::json& value, std::string_view indent, std::size_t depth) {
     std::string out;
     write(out, value, indent, depth);
     return out;
 }
 
-std::string HookInstaller::escape(std::string_view text) {
+std::string escape(std::string_view text) {
     std::string out;
     out.reserve(text.size());
     for (const char c : text) {
@@ -351,7 +346,7 @@ std::string HookInstaller::escape(std::string_view text) {
     return out;
 }
 
-bool HookInstaller::keyOrder(std::string_view a, std::string_view b) {
+bool keyOrder(std::string_view a, std::string_view b) {
     const auto rank = [](std::string_view key) {
         return static_cast<std::size_t>(std::find(preferredKeys.begin(), preferredKeys.end(), key) -
                                         preferredKeys.begin());
@@ -362,16 +357,16 @@ bool HookInstaller::keyOrder(std::string_view a, std::string_view b) {
     return ra == preferredKeys.size() && a < b;
 }
 
-std::string HookInstaller::canonical(const nlohmann::json& value) {
+std::string canonical(const nlohmann::json& value) {
     std::string out;
     write(out, value, std::nullopt, 0);
     return out;
 }
 
-bool HookInstaller::semanticallyEqual(std::string_view a, std::string_view b) {
+bool semanticallyEqual(std::string_view a, std::string_view b) {
     const auto first = parseJson(a);
     const auto second = parseJson(b);
     return first && second && canonical(*first) == canonical(*second);
 }
 
-} // namespace norrow
+} // namespace norrow::HookInstaller

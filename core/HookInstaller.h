@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -8,68 +9,65 @@
 #include <string>
 #include <string_view>
 
-namespace norrow {
-
 // Computes the text change that registers the bridge script as a Claude Code hook in
 // "settings.json", or removes it again, and checks a written result. Text in, text out: it
 // touches nothing outside the top-level "hooks" member, keeps other tools' hooks, and
 // refuses any file Claude Code itself would not read.
-class HookInstaller {
-public:
-    static constexpr std::array<std::string_view, 4> events{"UserPromptSubmit", "Stop",
-                                                            "Notification", "SessionEnd"};
-    // A hook whose command contains this text is ours.
-    static constexpr std::string_view marker = "/norrow/bridge";
-    static constexpr int timeoutSeconds = 5;
+namespace norrow::HookInstaller {
 
-    struct Plan {
-        // The whole new text, absent when nothing is to be written.
-        std::optional<std::string> updatedDocument;
-        bool alreadyCorrect = false;
-        // Entries of other tools under our events, kept as they were.
-        int foreignHookCount = 0;
+inline constexpr std::array<std::string_view, 4> events{"UserPromptSubmit", "Stop", "Notification",
+                                                        "SessionEnd"};
+// A hook whose command contains this text is ours.
+inline constexpr std::string_view marker = "/norrow/bridge";
+// How long Claude Code lets the bridge run.
+inline constexpr std::chrono::seconds timeout{5};
 
-        bool operator==(const Plan&) const = default;
-    };
+struct Plan {
+    // The whole new text, absent when nothing is to be written.
+    std::optional<std::string> updatedDocument;
+    bool alreadyCorrect = false;
+    // Entries of other tools under our events, kept as they were.
+    int foreignHookCount = 0;
 
-    class InstallError : public std::runtime_error {
-    public:
-        enum class Case { unreadable, notJSON, verificationFailed };
-
-        static InstallError unreadable(const std::string& detail);
-        static InstallError notJSON(const std::string& detail);
-        static InstallError verificationFailed(const std::string& detail);
-
-        Case kind() const { return kind_; }
-
-    private:
-        InstallError(Case kind, const std::string& description);
-        Case kind_;
-    };
-
-    // Both throw InstallError, or JSONSplice::SpliceError from the splice.
-    static Plan planInstall(std::string_view document, std::string_view bridgePath);
-    static Plan planRemoval(std::string_view document);
-
-    // Throws InstallError unless `after` is a valid edit of `before`: both readable objects
-    // whose top-level members other than "hooks" are semantically unchanged.
-    static void verify(std::string_view before, std::string_view after);
-
-    // Throws notJSON when a comma is followed, outside strings, only by whitespace and a
-    // closing bracket: JSON that lenient parsers read but Claude Code's does not.
-    static void rejectTrailingCommas(std::string_view document);
-
-    // The hand-formatted layout written into settings.json: one member or element per line,
-    // `indent` repeated per level, object keys in `keyOrder`.
-    static std::string render(const nlohmann::json& value, std::string_view indent,
-                              std::size_t depth);
-    static std::string escape(std::string_view text);
-    // "matcher", "hooks", "type", "command", "args", "timeout", "env" first, in that order,
-    // then every other key in ascending order.
-    static bool keyOrder(std::string_view a, std::string_view b);
-    // Compact, keys sorted: equal for texts that differ only in spacing and key order.
-    static std::string canonical(const nlohmann::json& value);
-    static bool semanticallyEqual(std::string_view a, std::string_view b);
+    bool operator==(const Plan&) const = default;
 };
 
-} // namespace norrow
+class InstallError : public std::runtime_error {
+public:
+    enum class Case { unreadable, notJSON, verificationFailed };
+
+    static InstallError unreadable(const std::string& detail);
+    static InstallError notJSON(const std::string& detail);
+    static InstallError verificationFailed(const std::string& detail);
+
+    Case kind() const { return kind_; }
+
+private:
+    InstallError(Case kind, const std::string& description);
+    Case kind_;
+};
+
+// Both throw InstallError, or JSONSplice::SpliceError from the splice.
+Plan planInstall(std::string_view document, std::string_view bridgePath);
+Plan planRemoval(std::string_view document);
+
+// Throws InstallError unless `after` is a valid edit of `before`: both readable objects
+// whose top-level members other than "hooks" are semantically unchanged.
+void verify(std::string_view before, std::string_view after);
+
+// Throws notJSON when a comma is followed, outside strings, only by whitespace and a
+// closing bracket: JSON that lenient parsers read but Claude Code's does not.
+void rejectTrailingCommas(std::string_view document);
+
+// The hand-formatted layout written into settings.json: one member or element per line,
+// `indent` repeated per level, object keys in `keyOrder`.
+std::string render(const nlohmann::json& value, std::string_view indent, std::size_t depth);
+std::string escape(std::string_view text);
+// "matcher", "hooks", "type", "command", "args", "timeout", "env" first, in that order,
+// then every other key in ascending order.
+bool keyOrder(std::string_view a, std::string_view b);
+// Compact, keys sorted: equal for texts that differ only in spacing and key order.
+std::string canonical(const nlohmann::json& value);
+bool semanticallyEqual(std::string_view a, std::string_view b);
+
+} // namespace norrow::HookInstaller

@@ -5,14 +5,14 @@
 #include "core/Unicode.h"
 
 #include <limits>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 
-namespace norrow {
+namespace norrow::MarkdownStripper {
 namespace {
 
-using Regexes = MarkdownStripper::Regexes;
-using Pattern = MarkdownStripper::Regexes::Name;
+using Pattern = Regexes::Name;
 
 struct Entity {
     std::u16string_view key;
@@ -119,9 +119,241 @@ icu::UnicodeString replacingOccurrences(const icu::UnicodeString& text, std::u16
     return out;
 }
 
+// Characters [from, to) of a Graphemes view.
+struct Range {
+    std::size_t from = 0;
+    std::size_t to = 0;
+    bool empty() const { return from >= to; }
+    std::size_t size() const { return to - from; }
+};
+struct Fence {
+    char marker = '`';
+    std::size_t length = 0;
+};
+
+Range trimmedWhitespace(const Graphemes& g, Range range) {
+    while (!range.empty() && g.isWhitespace(range.from))
+        ++range.from;
+    while (!range.empty() && g.isWhitespace(range.to - 1))
+        --range.to;
+    return range;
+}
+
+std::optional<Fence> fenceRun(const Graphemes& g, Range line) {
+    if (line.empty()) return std::nullopt;
+    Fence fence;
+    if (g.is(line.from, '`'))
+        fence.marker = '`';
+    else if (g.is(line.from, '~'))
+        fence.marker = '~';
+    else
+        return std::nullopt;
+    std::size_t end = line.from;
+    while (end < line.to && g.is(end, fence.marker))
+        ++end;
+    fence.length = end - line.from;
+    if (fence.length < 3) return std::nullopt;
+    if (fence.marker == '`') {
+        for (std::size_t i = end; i < line.to; ++i)
+            if (g.is(i, '`')) return std::nullopt;
+    }
+    return fence;
+}
+
+bool isHorizontalRule(const Graphemes& g, Range line) {
+    if (line.size() < 3) return false;
+    const std::string_view first = g[line.from];
+    if (first != "-" && first != "*" && first != "_") return false;
+    for (std::size_t i = line.from; i < line.to; ++i)
+        if (g[i] != first && !g.is(i, ' ')) return false;
+    return true;
+}
+
+bool isTableDelimiter(const Graphemes& g, Range line) {
+    bool bar = false;
+    for (std::size_t i = line.from; i < line.to; ++i) {
+        bar = bar || g.is(i, '|');
+        if (!g.is(i, '|') && !g.is(i, '-') && !g.is(i, ':') && !g.is(i, ' ')) return false;
+    }
+    return bar;
+}
+
+Range stripBlockquoteMarkers(const Graphemes& g, Range line) {
+    while (!line.empty() && g.is(line.from, '>')) {
+        ++line.from;
+        while (!line.empty() && g.is(line.from, ' '))
+            ++line.from;
+    }
+    return line;
+}
+
+std::optional<Range> strippedHeading(const Graphemes& g, Range line) {
+    std::size_t end = line.from;
+    while (end < line.to && g.is(end, '#'))
+        ++end;
+    const std::size_t level = end - line.from;
+    if (level == 0 || level > 6) return std::nullopt;
+    if (end < line.to && !g.is(end, ' ') && !g.is(end, '\t')) return std::nullopt;
+    Range rest = trimmedWhitespace(g, {end, line.to});
+    while (!rest.empty() && g.is(rest.to - 1, '#'))
+        --rest.to;
+    return trimmedWhitespace(g, rest);
+}
+
+std::optional<Range> strippedListItem(const Graphemes& g, Range line) {
+    if (line.empty()) return std::nullopt;
+    std::size_t after = line.from + 1;
+    if (!g.is(line.from, '-') && !g.is(line.from, '*') && !g.is(line.from, '+') &&
+        !g.is(line.from, "\u2022")) {
+        std::size_t end = line.from;
+        while (end < line.to && g.isNumber(end))
+            ++end;
+        const std::size_t digits = end - line.from;
+        if (digits == 0 || digits > 9 || end == line.to || (!g.is(end, '.') && !g.is(end, ')')))
+            return std::nullopt;
+        after = end + 1;
+    }
+    if (after < line.to && !g.is(after, ' ') && !g.is(after, '\t')) return std::nullopt;
+    const Range rest = trimmedWhitespace(g, {after, line.to});
+    // A task checkbox: "[]", "[ ]" or "[x]".
+    if (!rest.empty() && g.is(rest.from, '[')) {
+        for (std::size_t close = rest.from + 1; close < rest.to && close <= rest.from + 2; ++close)
+            if (g.is(close, ']')) return trimmedWhitespace(g, {close + 1, rest.to});
+    }
+    return rest;
+}
+
+std::string liftCodeSpans(std::string_view text, std::vector<std::string>& spans) {
+    const Graphemes g(text);
+    struct Run {
+        std::size_t from;
+        std::size_t to;
+    };
+    std::vector<Run> runs;
+    for (std::size_t i = 0; i < g.size();) {
+        if (!g.is(i, '`')) {
+            ++i;
+            continue;
+        }
+        const std::size_t from = i;
+        while (i < g.size() && g.is(i, '`'))
+            ++i;
+        runs.push_back({from, i});
+    }
+
+    // The run that closes each run: the next one of the same length. Found for all runs in
+    // one backward pass, so many unmatched runs of different lengths stay linear.
+    constexpr std::size_t none = std::numeric_limits<std::size_t>::max();
+    std::vector<std::size_t> closer(runs.size(), none);
+    std::unordered_map<std::size_t, std::size_t> nextOfLength;
+    for (std::size_t r = runs.size(); r-- > 0;) {
+        const std::size_t length = runs[r].to - runs[r].from;
+        if (const auto found = nextOfLength.find(length); found != nextOfLength.end())
+            closer[r] = found->second;
+        nextOfLength[length] = r;
+    }
+
+    std::string out;
+    out.reserve(text.size());
+    std::size_t copied = 0;
+    for (std::size_t r = 0; r < runs.size();) {
+        out += g.slice(copied, runs[r].from);
+        if (closer[r] == none) {
+            // An opening run without a closing one is dropped.
+            copied = runs[r].to;
+            ++r;
+            continue;
+        }
+        const Run& close = runs[closer[r]];
+        unicode::append(out, kSpanOpen);
+        out += std::to_string(spans.size());
+        unicode::append(out, kSpanClose);
+        spans.emplace_back(g.slice(runs[r].to, close.from));
+        copied = close.to;
+        r = closer[r] + 1;
+    }
+    out += g.slice(copied, g.size());
+    return out;
+}
+
+icu::UnicodeString sanitizeCodeSpan(std::string_view content) {
+    icu::UnicodeString code = utf16(content);
+    if (content.find("://") != std::string_view::npos ||
+        content.find("www.") != std::string_view::npos)
+        code = Regexes::replaceAll(Pattern::rawURL, code);
+    code = replacingOccurrences(code, u"__", u"");
+    icu::UnicodeString out;
+    for (const char16_t c : view(code)) {
+        if (c != u'`' && c != u'*' && c != u'<' && c != u'>' && c != u'|') out.append(c);
+    }
+    return out;
+}
+
+// Each span's content goes in at the first occurrence of its placeholder only, so a message
+// that repeats a placeholder's characters cannot make the text grow.
+icu::UnicodeString restoreCodeSpans(const icu::UnicodeString& text,
+                                    const std::vector<std::string>& spans) {
+    const std::u16string_view all = view(text);
+    std::vector<bool> restored(spans.size(), false);
+    icu::UnicodeString out;
+    std::size_t copied = 0;
+    for (std::size_t open = all.find(kSpanOpen); open != std::u16string_view::npos;
+         open = all.find(kSpanOpen, open + 1)) {
+        std::size_t end = open + 1;
+        std::size_t index = 0;
+        bool digits = false;
+        while (end < all.size() && all[end] >= u'0' && all[end] <= u'9' && index < spans.size()) {
+            index = index * 10 + static_cast<std::size_t>(all[end] - u'0');
+            digits = true;
+            ++end;
+        }
+        const bool leadingZero = all[open + 1] == u'0' && end > open + 2;
+        if (!digits || leadingZero || end >= all.size() || all[end] != kSpanClose ||
+            index >= spans.size() || restored[index])
+            continue;
+        restored[index] = true;
+        out.append(all.data(), static_cast<int32_t>(copied), static_cast<int32_t>(open - copied));
+        out.append(sanitizeCodeSpan(spans[index]));
+        copied = end + 1;
+    }
+    out.append(all.data(), static_cast<int32_t>(copied), static_cast<int32_t>(all.size() - copied));
+    return out;
+}
+
+std::string collapseWhitespace(std::string_view text) {
+    const Graphemes g(text);
+    std::string out;
+    out.reserve(text.size());
+    std::size_t i = 0;
+    while (i < g.size()) {
+        if (g.isWhitespace(i)) {
+            ++i;
+            continue;
+        }
+        const std::size_t word = i;
+        while (i < g.size() && !g.isWhitespace(i))
+            ++i;
+        if (!out.empty()) out += ' ';
+        out += g.slice(word, i);
+    }
+    return out;
+}
+
+// Only the front matters, so a growing prefix is segmented rather than the whole text.
+std::string_view stripLeadingOrnaments(std::string_view text) {
+    for (std::size_t window = 64;; window *= textwindow::growth) {
+        const std::string_view front = textwindow::prefix(text, window);
+        const Graphemes g(front);
+        std::size_t i = 0;
+        while (i < g.size() && (g.isWhitespace(i) || isOrnament(g[i])))
+            ++i;
+        if (i + 1 < g.size() || front.size() == text.size()) return text.substr(g.offset(i));
+    }
+}
+
 } // namespace
 
-std::string MarkdownStripper::strip(std::string_view text) {
+std::string strip(std::string_view text) {
     std::string out;
     for (const std::string& block : rawBlocks(text)) {
         const std::string cleaned = inlineText(block);
@@ -132,7 +364,7 @@ std::string MarkdownStripper::strip(std::string_view text) {
     return out;
 }
 
-std::vector<std::string> MarkdownStripper::rawBlocks(std::string_view text) {
+std::vector<std::string> rawBlocks(std::string_view text) {
     std::vector<std::string> blocks;
     if (text.empty()) return blocks;
     const Graphemes g(text);
@@ -200,7 +432,7 @@ std::vector<std::string> MarkdownStripper::rawBlocks(std::string_view text) {
     return blocks;
 }
 
-std::string MarkdownStripper::inlineText(std::string_view block) {
+std::string inlineText(std::string_view block) {
     if (block.empty()) return {};
     const Triggers seen = scan(block);
     std::vector<std::string> spans;
@@ -244,7 +476,7 @@ std::string MarkdownStripper::inlineText(std::string_view block) {
     return std::string(stripLeadingOrnaments(collapseWhitespace(cleaned)));
 }
 
-bool MarkdownStripper::isOrnament(std::string_view character) {
+bool isOrnament(std::string_view character) {
     if (character.empty()) return false;
     if (character == "\u2014" || character == "\u2013" || character == "\u00B7" ||
         character == "\u2022" || character == ":")
@@ -256,227 +488,4 @@ bool MarkdownStripper::isOrnament(std::string_view character) {
            (c >= 0xFE00 && c <= 0xFE0F) || (c >= 0x2700 && c <= 0x27BF) || c == 0x200D;
 }
 
-std::optional<MarkdownStripper::Fence> MarkdownStripper::fenceRun(const Graphemes& g, Range line) {
-    if (line.empty()) return std::nullopt;
-    Fence fence;
-    if (g.is(line.from, '`'))
-        fence.marker = '`';
-    else if (g.is(line.from, '~'))
-        fence.marker = '~';
-    else
-        return std::nullopt;
-    std::size_t end = line.from;
-    while (end < line.to && g.is(end, fence.marker))
-        ++end;
-    fence.length = end - line.from;
-    if (fence.length < 3) return std::nullopt;
-    if (fence.marker == '`') {
-        for (std::size_t i = end; i < line.to; ++i)
-            if (g.is(i, '`')) return std::nullopt;
-    }
-    return fence;
-}
-
-bool MarkdownStripper::isHorizontalRule(const Graphemes& g, Range line) {
-    if (line.size() < 3) return false;
-    const std::string_view first = g[line.from];
-    if (first != "-" && first != "*" && first != "_") return false;
-    for (std::size_t i = line.from; i < line.to; ++i)
-        if (g[i] != first && !g.is(i, ' ')) return false;
-    return true;
-}
-
-bool MarkdownStripper::isTableDelimiter(const Graphemes& g, Range line) {
-    bool bar = false;
-    for (std::size_t i = line.from; i < line.to; ++i) {
-        bar = bar || g.is(i, '|');
-        if (!g.is(i, '|') && !g.is(i, '-') && !g.is(i, ':') && !g.is(i, ' ')) return false;
-    }
-    return bar;
-}
-
-MarkdownStripper::Range MarkdownStripper::stripBlockquoteMarkers(const Graphemes& g, Range line) {
-    while (!line.empty() && g.is(line.from, '>')) {
-        ++line.from;
-        while (!line.empty() && g.is(line.from, ' '))
-            ++line.from;
-    }
-    return line;
-}
-
-std::optional<MarkdownStripper::Range> MarkdownStripper::strippedHeading(const Graphemes& g,
-                                                                         Range line) {
-    std::size_t end = line.from;
-    while (end < line.to && g.is(end, '#'))
-        ++end;
-    const std::size_t level = end - line.from;
-    if (level == 0 || level > 6) return std::nullopt;
-    if (end < line.to && !g.is(end, ' ') && !g.is(end, '\t')) return std::nullopt;
-    Range rest = trimmedWhitespace(g, {end, line.to});
-    while (!rest.empty() && g.is(rest.to - 1, '#'))
-        --rest.to;
-    return trimmedWhitespace(g, rest);
-}
-
-std::optional<MarkdownStripper::Range> MarkdownStripper::strippedListItem(const Graphemes& g,
-                                                                          Range line) {
-    if (line.empty()) return std::nullopt;
-    std::size_t after = line.from + 1;
-    if (!g.is(line.from, '-') && !g.is(line.from, '*') && !g.is(line.from, '+') &&
-        !g.is(line.from, "\u2022")) {
-        std::size_t end = line.from;
-        while (end < line.to && g.isNumber(end))
-            ++end;
-        const std::size_t digits = end - line.from;
-        if (digits == 0 || digits > 9 || end == line.to || (!g.is(end, '.') && !g.is(end, ')')))
-            return std::nullopt;
-        after = end + 1;
-    }
-    if (after < line.to && !g.is(after, ' ') && !g.is(after, '\t')) return std::nullopt;
-    const Range rest = trimmedWhitespace(g, {after, line.to});
-    // A task checkbox: "[]", "[ ]" or "[x]".
-    if (!rest.empty() && g.is(rest.from, '[')) {
-        for (std::size_t close = rest.from + 1; close < rest.to && close <= rest.from + 2; ++close)
-            if (g.is(close, ']')) return trimmedWhitespace(g, {close + 1, rest.to});
-    }
-    return rest;
-}
-
-MarkdownStripper::Range MarkdownStripper::trimmedWhitespace(const Graphemes& g, Range range) {
-    while (!range.empty() && g.isWhitespace(range.from))
-        ++range.from;
-    while (!range.empty() && g.isWhitespace(range.to - 1))
-        --range.to;
-    return range;
-}
-
-std::string MarkdownStripper::liftCodeSpans(std::string_view text,
-                                            std::vector<std::string>& spans) {
-    const Graphemes g(text);
-    struct Run {
-        std::size_t from;
-        std::size_t to;
-    };
-    std::vector<Run> runs;
-    for (std::size_t i = 0; i < g.size();) {
-        if (!g.is(i, '`')) {
-            ++i;
-            continue;
-        }
-        const std::size_t from = i;
-        while (i < g.size() && g.is(i, '`'))
-            ++i;
-        runs.push_back({from, i});
-    }
-
-    // The run that closes each run: the next one of the same length. Found for all runs in
-    // one backward pass, so many unmatched runs of different lengths stay linear.
-    constexpr std::size_t none = std::numeric_limits<std::size_t>::max();
-    std::vector<std::size_t> closer(runs.size(), none);
-    std::unordered_map<std::size_t, std::size_t> nextOfLength;
-    for (std::size_t r = runs.size(); r-- > 0;) {
-        const std::size_t length = runs[r].to - runs[r].from;
-        if (const auto found = nextOfLength.find(length); found != nextOfLength.end())
-            closer[r] = found->second;
-        nextOfLength[length] = r;
-    }
-
-    std::string out;
-    out.reserve(text.size());
-    std::size_t copied = 0;
-    for (std::size_t r = 0; r < runs.size();) {
-        out += g.slice(copied, runs[r].from);
-        if (closer[r] == none) {
-            // An opening run without a closing one is dropped.
-            copied = runs[r].to;
-            ++r;
-            continue;
-        }
-        const Run& close = runs[closer[r]];
-        unicode::append(out, kSpanOpen);
-        out += std::to_string(spans.size());
-        unicode::append(out, kSpanClose);
-        spans.emplace_back(g.slice(runs[r].to, close.from));
-        copied = close.to;
-        r = closer[r] + 1;
-    }
-    out += g.slice(copied, g.size());
-    return out;
-}
-
-// Each span's content goes in at the first occurrence of its placeholder only, so a message
-// that repeats a placeholder's characters cannot make the text grow.
-icu::UnicodeString MarkdownStripper::restoreCodeSpans(const icu::UnicodeString& text,
-                                                      const std::vector<std::string>& spans) {
-    const std::u16string_view all = view(text);
-    std::vector<bool> restored(spans.size(), false);
-    icu::UnicodeString out;
-    std::size_t copied = 0;
-    for (std::size_t open = all.find(kSpanOpen); open != std::u16string_view::npos;
-         open = all.find(kSpanOpen, open + 1)) {
-        std::size_t end = open + 1;
-        std::size_t index = 0;
-        bool digits = false;
-        while (end < all.size() && all[end] >= u'0' && all[end] <= u'9' && index < spans.size()) {
-            index = index * 10 + static_cast<std::size_t>(all[end] - u'0');
-            digits = true;
-            ++end;
-        }
-        const bool leadingZero = all[open + 1] == u'0' && end > open + 2;
-        if (!digits || leadingZero || end >= all.size() || all[end] != kSpanClose ||
-            index >= spans.size() || restored[index])
-            continue;
-        restored[index] = true;
-        out.append(all.data(), static_cast<int32_t>(copied), static_cast<int32_t>(open - copied));
-        out.append(sanitizeCodeSpan(spans[index]));
-        copied = end + 1;
-    }
-    out.append(all.data(), static_cast<int32_t>(copied), static_cast<int32_t>(all.size() - copied));
-    return out;
-}
-
-icu::UnicodeString MarkdownStripper::sanitizeCodeSpan(std::string_view content) {
-    icu::UnicodeString code = utf16(content);
-    if (content.find("://") != std::string_view::npos ||
-        content.find("www.") != std::string_view::npos)
-        code = Regexes::replaceAll(Pattern::rawURL, code);
-    code = replacingOccurrences(code, u"__", u"");
-    icu::UnicodeString out;
-    for (const char16_t c : view(code)) {
-        if (c != u'`' && c != u'*' && c != u'<' && c != u'>' && c != u'|') out.append(c);
-    }
-    return out;
-}
-
-std::string MarkdownStripper::collapseWhitespace(std::string_view text) {
-    const Graphemes g(text);
-    std::string out;
-    out.reserve(text.size());
-    std::size_t i = 0;
-    while (i < g.size()) {
-        if (g.isWhitespace(i)) {
-            ++i;
-            continue;
-        }
-        const std::size_t word = i;
-        while (i < g.size() && !g.isWhitespace(i))
-            ++i;
-        if (!out.empty()) out += ' ';
-        out += g.slice(word, i);
-    }
-    return out;
-}
-
-// Only the front matters, so a growing prefix is segmented rather than the whole text.
-std::string_view MarkdownStripper::stripLeadingOrnaments(std::string_view text) {
-    for (std::size_t window = 64;; window *= textwindow::growth) {
-        const std::string_view front = textwindow::prefix(text, window);
-        const Graphemes g(front);
-        std::size_t i = 0;
-        while (i < g.size() && (g.isWhitespace(i) || isOrnament(g[i])))
-            ++i;
-        if (i + 1 < g.size() || front.size() == text.size()) return text.substr(g.offset(i));
-    }
-}
-
-} // namespace norrow
+} // namespace norrow::MarkdownStripper

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace norrow {
+namespace norrow::RequestProtocol {
 namespace {
 
 constexpr std::string_view kTerminator = "\r\n\r\n";
@@ -55,7 +55,7 @@ std::optional<std::int64_t> parseInteger(std::string_view s) {
 
 } // namespace
 
-RequestProtocol::ParseResult RequestProtocol::parse(std::string_view data) {
+ParseResult parse(std::string_view data) {
     const std::size_t terminator = data.find(kTerminator);
     if (terminator == std::string_view::npos) {
         if (data.size() > maxHeaderBytes) return Bad{"headers too large"};
@@ -104,7 +104,7 @@ RequestProtocol::ParseResult RequestProtocol::parse(std::string_view data) {
     return request;
 }
 
-std::optional<std::string> RequestProtocol::Request::bearerToken() const {
+std::optional<std::string> Request::bearerToken() const {
     const auto it = headers.find("authorization");
     if (it == headers.end()) return std::nullopt;
     const std::string& value = it->second;
@@ -115,7 +115,7 @@ std::optional<std::string> RequestProtocol::Request::bearerToken() const {
     return value.substr(space + 1);
 }
 
-bool RequestProtocol::constantTimeEquals(std::string_view a, std::string_view b) {
+bool constantTimeEquals(std::string_view a, std::string_view b) {
     std::size_t accumulator = a.size() ^ b.size();
     const std::size_t longer = a.size() > b.size() ? a.size() : b.size();
     for (std::size_t i = 0; i < longer; ++i) {
@@ -126,8 +126,7 @@ bool RequestProtocol::constantTimeEquals(std::string_view a, std::string_view b)
     return accumulator == 0;
 }
 
-RequestProtocol::Decision RequestProtocol::dispatch(const Request& request,
-                                                    std::string_view token) {
+Decision dispatch(const Request& request, std::string_view token) {
     if (request.method != "POST" || request.path != "/v1/event") return {{404, "not found"}, {}};
     const auto presented = request.bearerToken();
     if (!presented || !constantTimeEquals(*presented, token)) return {{401, "unauthorized"}, {}};
@@ -136,7 +135,7 @@ RequestProtocol::Decision RequestProtocol::dispatch(const Request& request,
     return {{200, "ok"}, std::move(event)};
 }
 
-std::string_view RequestProtocol::Reply::reasonPhrase(int status) {
+std::string_view Reply::reasonPhrase(int status) {
     switch (status) {
     case 200:
         return "OK";
@@ -155,7 +154,7 @@ std::string_view RequestProtocol::Reply::reasonPhrase(int status) {
     }
 }
 
-std::string RequestProtocol::Reply::bytes() const {
+std::string Reply::bytes() const {
     std::string out = "HTTP/1.1 ";
     out += std::to_string(status);
     out += ' ';
@@ -167,4 +166,4 @@ std::string RequestProtocol::Reply::bytes() const {
     return out;
 }
 
-} // namespace norrow
+} // namespace norrow::RequestProtocol

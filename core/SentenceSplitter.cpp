@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 
-namespace norrow {
+namespace norrow::SentenceSplitter {
 namespace {
 
 // ".", "!", "?", "…".
@@ -33,9 +33,41 @@ bool isSpaceOrTab(const Graphemes& g, std::size_t i) {
     return g.is(i, ' ') || g.is(i, '\t');
 }
 
+// Whether the dot at `dotIndex` ends an abbreviation ("e.g.", "Dr.", "J.") rather than a
+// sentence. Only dots followed by white space get here, and the word before each such dot
+// begins after the previous one's white space, so the backward walks never overlap.
+bool isAbbreviation(const Graphemes& characters, std::size_t dotIndex) {
+    const Graphemes& g = characters;
+    std::size_t from = dotIndex;
+    while (from > 0 && !g.isWhitespace(from - 1))
+        --from;
+    const std::size_t length = dotIndex - from;
+    if (length == 0) return false;
+    if (length == 1 && g.isLetter(from)) return true;
+
+    bool innerDots = false;
+    for (std::size_t i = from; i < dotIndex; ++i)
+        innerDots = innerDots || g.is(i, '.');
+    if (!innerDots) {
+        const std::string_view word = g.slice(from, dotIndex);
+        return word.size() <= kLongestAbbreviationBytes &&
+               isOneOf(kAbbreviations, unicode::lowercased(word));
+    }
+    // "U.S", "e.g": every piece between dots is at most two letters.
+    std::size_t piece = 0;
+    for (std::size_t i = from; i < dotIndex; ++i) {
+        if (g.is(i, '.')) {
+            piece = 0;
+        } else if (++piece > 2 || !g.isLetter(i)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
-std::vector<std::string> SentenceSplitter::sentences(std::string_view text) {
+std::vector<std::string> sentences(std::string_view text) {
     std::vector<std::string> found;
     const Graphemes g(text);
     const std::size_t n = g.size();
@@ -75,35 +107,4 @@ std::vector<std::string> SentenceSplitter::sentences(std::string_view text) {
     return found;
 }
 
-// Only dots followed by white space get here, and the word before each such dot begins after
-// the previous one's white space, so the backward walks never overlap.
-bool SentenceSplitter::isAbbreviation(const Graphemes& characters, std::size_t dotIndex) {
-    const Graphemes& g = characters;
-    std::size_t from = dotIndex;
-    while (from > 0 && !g.isWhitespace(from - 1))
-        --from;
-    const std::size_t length = dotIndex - from;
-    if (length == 0) return false;
-    if (length == 1 && g.isLetter(from)) return true;
-
-    bool innerDots = false;
-    for (std::size_t i = from; i < dotIndex; ++i)
-        innerDots = innerDots || g.is(i, '.');
-    if (!innerDots) {
-        const std::string_view word = g.slice(from, dotIndex);
-        return word.size() <= kLongestAbbreviationBytes &&
-               isOneOf(kAbbreviations, unicode::lowercased(word));
-    }
-    // "U.S", "e.g": every piece between dots is at most two letters.
-    std::size_t piece = 0;
-    for (std::size_t i = from; i < dotIndex; ++i) {
-        if (g.is(i, '.')) {
-            piece = 0;
-        } else if (++piece > 2 || !g.isLetter(i)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-} // namespace norrow
+} // namespace norrow::SentenceSplitter

@@ -22,7 +22,7 @@ std::optional<SessionStore::Finished> SessionStore::finish(const HookEvent& even
         node = open_.extract(*event.promptId);
     }
     if (!node) return std::nullopt;
-    const double duration = seconds(node.mapped().startedAt, now);
+    const Seconds duration = now - node.mapped().startedAt;
     return Finished{std::move(node.mapped()), duration};
 }
 
@@ -38,7 +38,7 @@ SessionStore::peek(const std::optional<std::string>& promptId) const {
 std::size_t SessionStore::sweep(TimePoint now) {
     const std::lock_guard guard(lock_);
     return std::erase_if(open_, [&](const auto& entry) {
-        return !(seconds(entry.second.startedAt, now) < staleAfter_);
+        return !(Seconds(now - entry.second.startedAt) < staleAfter_);
     });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/HookEvent.h"
+#include "core/Seconds.h"
 
 #include <chrono>
 #include <cstddef>
@@ -18,7 +19,7 @@ public:
     using TimePoint = std::chrono::system_clock::time_point;
 
     // Six hours: the age at which the application forgets a turn whose "Stop" never came.
-    static constexpr double defaultStaleAfter = 21600;
+    static constexpr std::chrono::hours defaultStaleAfter{6};
 
     struct OpenTurn {
         std::string promptId;
@@ -34,11 +35,11 @@ public:
 
     struct Finished {
         OpenTurn turn;
-        // Seconds on the wall clock; negative when the clock was set back meanwhile.
-        double duration;
+        // On the wall clock; negative when the clock was set back meanwhile.
+        Seconds duration;
     };
 
-    explicit SessionStore(double staleAfter = defaultStaleAfter) : staleAfter_(staleAfter) {}
+    explicit SessionStore(Seconds staleAfter = defaultStaleAfter) : staleAfter_(staleAfter) {}
     SessionStore(const SessionStore&) = delete;
     SessionStore& operator=(const SessionStore&) = delete;
 
@@ -47,21 +48,16 @@ public:
     // Closes the event's prompt and measures it; nothing when no such turn is open.
     std::optional<Finished> finish(const HookEvent& event, TimePoint now);
     std::optional<OpenTurn> peek(const std::optional<std::string>& promptId) const;
-    // Forgets every turn at least `staleAfter` seconds old; gives how many went.
+    // Forgets every turn at least `staleAfter` old; gives how many went.
     std::size_t sweep(TimePoint now);
 
     std::size_t openCount() const;
-    double staleAfter() const { return staleAfter_; }
-
-    // `to` minus `from` in seconds.
-    static double seconds(TimePoint from, TimePoint to) {
-        return std::chrono::duration<double>(to - from).count();
-    }
+    Seconds staleAfter() const { return staleAfter_; }
 
 private:
     mutable std::mutex lock_;
     std::unordered_map<std::string, OpenTurn> open_;
-    const double staleAfter_;
+    const Seconds staleAfter_;
 };
 
 } // namespace norrow

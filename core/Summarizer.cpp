@@ -8,10 +8,12 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <utility>
+#include <vector>
 
-namespace norrow {
+namespace norrow::Summarizer {
 namespace {
 
 constexpr std::array<std::string_view, 12> kDanglingPunctuation = {
@@ -60,9 +62,8 @@ std::vector<std::string> firstSentences(std::string_view text, std::size_t wante
     }
 }
 
-} // namespace
-
-class Summarizer::CleanedBlocks {
+// The message's raw blocks, each cleaned of inline Markdown at most once.
+class CleanedBlocks {
 public:
     explicit CleanedBlocks(std::vector<std::string> blocks)
         : blocks_(std::move(blocks)), cleaned_(blocks_.size()) {}
@@ -78,7 +79,87 @@ private:
     std::vector<std::optional<std::string>> cleaned_;
 };
 
-Summary Summarizer::summarize(const HookEvent& event, std::optional<double> duration) {
+// How many characters remain once trailing white space, ornaments and closing brackets
+// and quotes are trimmed.
+std::size_t trimmedForTerminator(const Graphemes& characters) {
+    std::size_t end = characters.size();
+    while (end > 0 &&
+           (characters.isWhitespace(end - 1) || MarkdownStripper::isOrnament(characters[end - 1]) ||
+            isOneOf(kClosers, characters[end - 1])))
+        --end;
+    return end;
+}
+
+bool endsWithPunctuation(std::string_view text) {
+    const Graphemes g(text);
+    std::size_t end = g.size();
+    while (end > 0 && (g.isWhitespace(end - 1) || isOneOf(kClosers, g[end - 1])))
+        --end;
+    return end > 0 && isOneOf(kPunctuation, g[end - 1]);
+}
+
+// Only the end matters, so a growing suffix is segmented rather than the whole text.
+bool asksAQuestion(std::string_view text) {
+    for (std::size_t window = 256;; window *= textwindow::growth) {
+        const std::string_view tail = textwindow::suffix(text, window);
+        const Graphemes g(tail);
+        const std::size_t length = trimmedForTerminator(g);
+        if (length > 0 || tail.size() == text.size()) return length > 0 && g.is(length - 1, '?');
+    }
+}
+
+bool endsOnAQuestion(CleanedBlocks& blocks) {
+    for (std::size_t i = blocks.size(); i-- > 0;) {
+        const std::string& cleaned = blocks[i];
+        if (!cleaned.empty()) return asksAQuestion(cleaned);
+    }
+    return false;
+}
+
+std::vector<std::string> openingSentences(CleanedBlocks& blocks) {
+    std::vector<std::string> opening;
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        const std::string& cleaned = blocks[i];
+        if (cleaned.empty()) continue;
+        for (std::string& sentence : firstSentences(cleaned, 2 - opening.size()))
+            opening.push_back(std::move(sentence));
+        if (opening.size() >= 2) break;
+    }
+    return opening;
+}
+
+SummaryKind classify(const HookEvent& event, CleanedBlocks& blocks,
+                     const std::vector<std::string>& opening) {
+    if (event.hookEventName == HookEvent::Name::notification) {
+        using Type = HookEvent::NotificationType;
+        const auto type = event.notificationType;
+        if (type == Type::agentNeedsInput) return SummaryKind::needsYou;
+        if (type == Type::agentCompleted || type == Type::authSuccess) return SummaryKind::done;
+        return SummaryKind::waiting;
+    }
+    // A message that opens or closes with a question asks for the user.
+    if (!opening.empty() && asksAQuestion(opening.front())) return SummaryKind::needsYou;
+    return endsOnAQuestion(blocks) ? SummaryKind::needsYou : SummaryKind::done;
+}
+
+std::string assembleLead(const std::vector<std::string>& opening) {
+    if (opening.empty()) return {};
+    const std::string& first = opening.front();
+    if (opening.size() == 1 ||
+        leadingCharacters(first, shortSentenceThreshold).size() >= shortSentenceThreshold)
+        return first;
+    return first + (endsWithPunctuation(first) ? " " : " \u2014 ") + opening[1];
+}
+
+std::string fallbackText(SummaryKind kind, std::optional<std::int64_t> toolCount) {
+    std::string text(label(kind));
+    if (toolCount && *toolCount >= 1) text += " \u00B7 " + counted(*toolCount, "tool");
+    return text;
+}
+
+} // namespace
+
+Summary summarize(const HookEvent& event, std::optional<Seconds> duration) {
     const std::string_view source = event.lastAssistantMessage
                                         ? std::string_view(*event.lastAssistantMessage)
                                     : event.message ? std::string_view(*event.message)
@@ -98,18 +179,18 @@ Summary Summarizer::summarize(const HookEvent& event, std::optional<double> dura
     return summary;
 }
 
-Summary Summarizer::summarize(std::string_view text) {
+Summary summarize(std::string_view text) {
     HookEvent event(HookEvent::Name::userPromptSubmit);
     event.lastAssistantMessage = std::string(text);
     return summarize(event, std::nullopt);
 }
 
-std::string Summarizer::leadSentence(std::string_view markdown) {
+std::string leadSentence(std::string_view markdown) {
     CleanedBlocks blocks(MarkdownStripper::rawBlocks(markdown));
     return assembleLead(openingSentences(blocks));
 }
 
-std::optional<std::string> Summarizer::statLine(const std::optional<HookEvent::Stats>& stats) {
+std::optional<std::string> statLine(const std::optional<HookEvent::Stats>& stats) {
     if (!stats) return std::nullopt;
     std::vector<std::string> items;
     if (stats->toolCount) items.push_back(counted(*stats->toolCount, "tool"));
@@ -122,9 +203,11 @@ std::optional<std::string> Summarizer::statLine(const std::optional<HookEvent::S
     return joined(items, " \u00B7 ");
 }
 
-std::optional<std::string> Summarizer::durationText(std::optional<double> seconds) {
-    if (!seconds || !std::isfinite(*seconds) || *seconds < 0) return std::nullopt;
-    const double rounded = std::round(*seconds);
+std::optional<std::string> durationText(std::optional<Seconds> duration) {
+    if (!duration) return std::nullopt;
+    const double seconds = duration->count();
+    if (!std::isfinite(seconds) || seconds < 0) return std::nullopt;
+    const double rounded = std::round(seconds);
     // A count of seconds that no integer holds is not a usable duration either.
     if (rounded >= static_cast<double>(std::numeric_limits<std::int64_t>::max()))
         return std::nullopt;
@@ -139,7 +222,7 @@ std::optional<std::string> Summarizer::durationText(std::optional<double> second
     return minutes == 0 ? hours : hours + " " + std::to_string(minutes) + "m";
 }
 
-std::string Summarizer::truncate(std::string_view text, int limit) {
+std::string truncate(std::string_view text, int limit) {
     const std::size_t cap = static_cast<std::size_t>(std::max(limit, 0));
     // One character past the limit tells whether anything must be cut.
     const Graphemes g = leadingCharacters(text, cap + 1);
@@ -164,80 +247,4 @@ std::string Summarizer::truncate(std::string_view text, int limit) {
     return std::string(g.slice(0, end)) + "\u2026";
 }
 
-std::vector<std::string> Summarizer::openingSentences(CleanedBlocks& blocks) {
-    std::vector<std::string> opening;
-    for (std::size_t i = 0; i < blocks.size(); ++i) {
-        const std::string& cleaned = blocks[i];
-        if (cleaned.empty()) continue;
-        for (std::string& sentence : firstSentences(cleaned, 2 - opening.size()))
-            opening.push_back(std::move(sentence));
-        if (opening.size() >= 2) break;
-    }
-    return opening;
-}
-
-SummaryKind Summarizer::classify(const HookEvent& event, CleanedBlocks& blocks,
-                                 const std::vector<std::string>& opening) {
-    if (event.hookEventName == HookEvent::Name::notification) {
-        using Type = HookEvent::NotificationType;
-        const auto type = event.notificationType;
-        if (type == Type::agentNeedsInput) return SummaryKind::needsYou;
-        if (type == Type::agentCompleted || type == Type::authSuccess) return SummaryKind::done;
-        return SummaryKind::waiting;
-    }
-    // A message that opens or closes with a question asks for the user.
-    if (!opening.empty() && asksAQuestion(opening.front())) return SummaryKind::needsYou;
-    return endsOnAQuestion(blocks) ? SummaryKind::needsYou : SummaryKind::done;
-}
-
-bool Summarizer::endsOnAQuestion(CleanedBlocks& blocks) {
-    for (std::size_t i = blocks.size(); i-- > 0;) {
-        const std::string& cleaned = blocks[i];
-        if (!cleaned.empty()) return asksAQuestion(cleaned);
-    }
-    return false;
-}
-
-// Only the end matters, so a growing suffix is segmented rather than the whole text.
-bool Summarizer::asksAQuestion(std::string_view text) {
-    for (std::size_t window = 256;; window *= textwindow::growth) {
-        const std::string_view tail = textwindow::suffix(text, window);
-        const Graphemes g(tail);
-        const std::size_t length = trimmedForTerminator(g);
-        if (length > 0 || tail.size() == text.size()) return length > 0 && g.is(length - 1, '?');
-    }
-}
-
-std::string Summarizer::assembleLead(const std::vector<std::string>& opening) {
-    if (opening.empty()) return {};
-    const std::string& first = opening.front();
-    if (opening.size() == 1 ||
-        leadingCharacters(first, shortSentenceThreshold).size() >= shortSentenceThreshold)
-        return first;
-    return first + (endsWithPunctuation(first) ? " " : " \u2014 ") + opening[1];
-}
-
-std::string Summarizer::fallbackText(SummaryKind kind, std::optional<std::int64_t> toolCount) {
-    std::string text(label(kind));
-    if (toolCount && *toolCount >= 1) text += " \u00B7 " + counted(*toolCount, "tool");
-    return text;
-}
-
-std::size_t Summarizer::trimmedForTerminator(const Graphemes& characters) {
-    std::size_t end = characters.size();
-    while (end > 0 &&
-           (characters.isWhitespace(end - 1) || MarkdownStripper::isOrnament(characters[end - 1]) ||
-            isOneOf(kClosers, characters[end - 1])))
-        --end;
-    return end;
-}
-
-bool Summarizer::endsWithPunctuation(std::string_view text) {
-    const Graphemes g(text);
-    std::size_t end = g.size();
-    while (end > 0 && (g.isWhitespace(end - 1) || isOneOf(kClosers, g[end - 1])))
-        --end;
-    return end > 0 && isOneOf(kPunctuation, g[end - 1]);
-}
-
-} // namespace norrow
+} // namespace norrow::Summarizer

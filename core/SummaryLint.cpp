@@ -7,7 +7,7 @@
 #include <memory>
 #include <unicode/regex.h>
 
-namespace norrow {
+namespace norrow::SummaryLint {
 namespace {
 
 constexpr std::string_view kEllipsis = "\u2026";
@@ -34,7 +34,7 @@ bool contains(std::string_view text, std::string_view part) {
 
 } // namespace
 
-std::vector<SummaryLint::Violation> SummaryLint::markdownArtifacts(std::string_view text) {
+std::vector<Violation> markdownArtifacts(std::string_view text) {
     const icu::UnicodeString utf16 = icu::UnicodeString::fromUTF8(
         icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
     const bool checks[] = {
@@ -72,8 +72,8 @@ std::vector<SummaryLint::Violation> SummaryLint::markdownArtifacts(std::string_v
     return found;
 }
 
-std::vector<SummaryLint::Violation>
-SummaryLint::lengthViolations(std::string_view summary, std::string_view lead, int limit) {
+std::vector<Violation> lengthViolations(std::string_view summary, std::string_view lead,
+                                        int limit) {
     std::vector<Violation> found;
     const Graphemes cut(summary);
     if (static_cast<long long>(cut.size()) > limit)
@@ -91,4 +91,4 @@ SummaryLint::lengthViolations(std::string_view summary, std::string_view lead, i
     return found;
 }
 
-} // namespace norrow
+} // namespace norrow::SummaryLint

@@ -7,9 +7,9 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-namespace norrow {
+namespace norrow::ClaudeFolder {
 
-std::filesystem::path ClaudeFolder::url(const Settings& settings) {
+std::filesystem::path url(const Settings& settings) {
     const std::filesystem::path home = QDir::homePath().toStdString();
     const auto folder = settings.string(SettingKey::claudeFolderOverride);
     if (!folder || folder->isEmpty()) return home / ".claude";
@@ -19,7 +19,7 @@ std::filesystem::path ClaudeFolder::url(const Settings& settings) {
     return path;
 }
 
-bool ClaudeFolder::isUsable(const std::filesystem::path& folder) {
+bool isUsable(const std::filesystem::path& folder) {
     const auto text = files::read(settingsFile(folder));
     if (!text) return false;
     if (nlohmann::json::accept(*text)) return true;
@@ -33,7 +33,7 @@ bool ClaudeFolder::isUsable(const std::filesystem::path& folder) {
     }
 }
 
-std::optional<std::string> ClaudeFolder::problem(const std::filesystem::path& folder) {
+std::optional<std::string> problem(const std::filesystem::path& folder) {
     std::error_code error;
     if (!std::filesystem::is_directory(folder, error))
         return "No Claude Code folder at " + folder.string() +
@@ -47,8 +47,8 @@ std::optional<std::string> ClaudeFolder::problem(const std::filesystem::path& fo
     return std::nullopt;
 }
 
-std::filesystem::path ClaudeFolder::settingsFile(const std::filesystem::path& folder) {
+std::filesystem::path settingsFile(const std::filesystem::path& folder) {
     return folder / "settings.json";
 }
 
-} // namespace norrow
+} // namespace norrow::ClaudeFolder

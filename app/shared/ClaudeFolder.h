@@ -6,22 +6,19 @@
 #include <optional>
 #include <string>
 
-namespace norrow {
-
 // Claude Code's own folder, where settings.json lives and the app keeps its "norrow" files.
-class ClaudeFolder {
-public:
-    // The "claudeFolderOverride" setting when set (a leading "~/" meaning the home folder),
-    // otherwise ".claude" in the home folder.
-    static std::filesystem::path url(const Settings& settings);
+namespace norrow::ClaudeFolder {
 
-    // Whether the folder's settings.json can be read and Claude Code would read it as JSON.
-    static bool isUsable(const std::filesystem::path& folder);
+// The "claudeFolderOverride" setting when set (a leading "~/" meaning the home folder),
+// otherwise ".claude" in the home folder.
+std::filesystem::path url(const Settings& settings);
 
-    // Why the folder cannot be set up, for the user; none when it can.
-    static std::optional<std::string> problem(const std::filesystem::path& folder);
+// Whether the folder's settings.json can be read and Claude Code would read it as JSON.
+bool isUsable(const std::filesystem::path& folder);
 
-    static std::filesystem::path settingsFile(const std::filesystem::path& folder);
-};
+// Why the folder cannot be set up, for the user; none when it can.
+std::optional<std::string> problem(const std::filesystem::path& folder);
 
-} // namespace norrow
+std::filesystem::path settingsFile(const std::filesystem::path& folder);
+
+} // namespace norrow::ClaudeFolder

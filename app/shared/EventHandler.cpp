@@ -28,8 +28,7 @@ EventHandler::Outcome EventHandler::handle(const HookEvent& event,
         if (!interrupts(event.notificationType)) return {};
         const auto turn = turns_.peek(event.promptId);
         if (!turn) return present(event, std::nullopt, std::nullopt, frontmostNow);
-        return present(event, SessionStore::seconds(turn->startedAt, now), turn->frontmostAtStart,
-                       frontmostNow);
+        return present(event, now - turn->startedAt, turn->frontmostAtStart, frontmostNow);
     }
     case HookEvent::Name::sessionEnd:
     case HookEvent::Name::subagentStop:
@@ -38,7 +37,7 @@ EventHandler::Outcome EventHandler::handle(const HookEvent& event,
     return {};
 }
 
-EventHandler::Outcome EventHandler::present(const HookEvent& event, std::optional<double> duration,
+EventHandler::Outcome EventHandler::present(const HookEvent& event, std::optional<Seconds> duration,
                                             const std::optional<std::string>& frontmostAtStart,
                                             const std::optional<std::string>& frontmostNow) {
     SummaryBridge::Result result = SummaryBridge::summarize(event, duration);

@@ -40,7 +40,7 @@ public:
     const std::optional<std::string>& lastBridgeVersion() const { return lastBridgeVersion_; }
 
 private:
-    Outcome present(const HookEvent& event, std::optional<double> duration,
+    Outcome present(const HookEvent& event, std::optional<Seconds> duration,
                     const std::optional<std::string>& frontmostAtStart,
                     const std::optional<std::string>& frontmostNow);
 

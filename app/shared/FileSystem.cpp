@@ -4,11 +4,8 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <stdexcept>
-#include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace norrow {
 namespace {
@@ -27,34 +24,10 @@ std::string LocalFileSystem::read(const std::filesystem::path& file) {
 }
 
 void LocalFileSystem::write(const std::filesystem::path& file, std::string_view bytes) {
-    std::error_code linkError;
-    std::filesystem::path target = file;
-    if (std::filesystem::is_symlink(file, linkError)) {
-        if (auto linked = std::filesystem::canonical(file, linkError); !linkError)
-            target = std::move(linked);
-    }
-    mode_t mode = 0600;
-    if (struct stat info{}; ::stat(target.c_str(), &info) == 0) mode = info.st_mode & 07777;
-
-    std::string temporary =
-        (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
-    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0) throw failure("could not write", target, errno);
-    bool written = files::writeAll(fd, bytes) && ::fchmod(fd, mode) == 0 && ::fsync(fd) == 0;
-    int error = written ? 0 : errno;
-    if (::close(fd) != 0 && written) {
-        written = false;
-        error = errno;
-    }
-    if (!written) {
-        ::unlink(temporary.c_str());
-        throw failure("could not write", target, error);
-    }
-    if (::rename(temporary.c_str(), target.c_str()) != 0) {
-        const int renameError = errno;
-        ::unlink(temporary.c_str());
-        throw failure("could not write", target, renameError);
-    }
+    const auto problem = files::writeAtomically(
+        file, bytes,
+        {.temporaryName = {}, .mode = 0600, .keepPermissions = true, .followSymlinks = true});
+    if (problem) throw failure("could not write", problem->target, problem->error);
 }
 
 void LocalFileSystem::makeFolders(const std::filesystem::path& folder) {

@@ -28,8 +28,9 @@ SetupCoordinator::SetupError SetupCoordinator::SetupError::bridgeMissingFromBund
     return {Case::bridgeMissingFromBundle,
             "The bridge script is missing from the app bundle \u2014 this build is incomplete."};
 #else
-    return {Case::bridgeMissingFromBundle,
-            "The bridge script is missing from Norrow's resources \u2014 this build is incomplete."};
+    return {
+        Case::bridgeMissingFromBundle,
+        "The bridge script is missing from Norrow's resources \u2014 this build is incomplete."};
 #endif
 }
 
@@ -98,7 +99,8 @@ std::string SetupCoordinator::manualInstructions(std::uint16_t port,
     return "Add this to the \"hooks\" section of " + settingsPath().string() +
            ", once for each of UserPromptSubmit, Stop and Notification:\n\n"
            "{ \"type\": \"command\", \"command\": \"" +
-           bridge + "\", \"timeout\": 5 }" + "\n\nThe bridge script belongs at " + bridge +
+           bridge + "\", \"timeout\": " + std::to_string(HookInstaller::timeout.count()) + " }" +
+           "\n\nThe bridge script belongs at " + bridge +
            " and must be executable (chmod +x).\n\nThe port and token are not in that entry. "
            "They live in " +
            BridgeConfig::location(folder_).string() +

@@ -2,10 +2,9 @@
 
 #include "core/Summarizer.h"
 
-namespace norrow {
+namespace norrow::SummaryBridge {
 
-SummaryBridge::Result SummaryBridge::summarize(const HookEvent& event,
-                                               std::optional<double> duration) {
+Result summarize(const HookEvent& event, std::optional<Seconds> duration) {
     if (event.hookEventName != HookEvent::Name::notification) {
         Summary summary = Summarizer::summarize(event, duration);
         return {std::move(summary.text), summary.kind, std::move(summary.statLine),
@@ -19,4 +18,4 @@ SummaryBridge::Result SummaryBridge::summarize(const HookEvent& event,
             Summarizer::durationText(duration)};
 }
 
-} // namespace norrow
+} // namespace norrow::SummaryBridge

@@ -1,28 +1,26 @@
 #pragma once
 
 #include "core/HookEvent.h"
+#include "core/Seconds.h"
 #include "core/Summary.h"
 
 #include <optional>
 #include <string>
 
-namespace norrow {
-
 // The one place event handling gets banner text from: the core summary for finished turns,
 // and the agent's own words for notifications.
-class SummaryBridge {
-public:
-    struct Result {
-        std::string text;
-        SummaryKind kind = SummaryKind::done;
-        std::optional<std::string> statLine;
-        std::optional<std::string> durationText;
+namespace norrow::SummaryBridge {
 
-        bool operator==(const Result&) const = default;
-    };
+struct Result {
+    std::string text;
+    SummaryKind kind = SummaryKind::done;
+    std::optional<std::string> statLine;
+    std::optional<std::string> durationText;
 
-    // `duration` is the turn's length in seconds.
-    static Result summarize(const HookEvent& event, std::optional<double> duration);
+    bool operator==(const Result&) const = default;
 };
 
-} // namespace norrow
+// `duration` is the turn's length.
+Result summarize(const HookEvent& event, std::optional<Seconds> duration);
+
+} // namespace norrow::SummaryBridge

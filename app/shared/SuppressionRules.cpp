@@ -5,8 +5,9 @@ namespace norrow {
 bool SuppressionRules::enabled() const {
     return settings_.boolean(SettingKey::rulesEnabled);
 }
-double SuppressionRules::minimumDuration() const {
-    return settings_.real(SettingKey::minimumDuration);
+// The settings keep the minimum duration as a number of seconds.
+Seconds SuppressionRules::minimumDuration() const {
+    return Seconds(settings_.real(SettingKey::minimumDuration));
 }
 bool SuppressionRules::onlyIfAway() const {
     return settings_.boolean(SettingKey::onlyIfAway);
@@ -18,15 +19,15 @@ QStringList SuppressionRules::mutedProjects() const {
 void SuppressionRules::setEnabled(bool enabled) {
     settings_.set(SettingKey::rulesEnabled, enabled);
 }
-void SuppressionRules::setMinimumDuration(double seconds) {
-    settings_.set(SettingKey::minimumDuration, seconds);
+void SuppressionRules::setMinimumDuration(Seconds duration) {
+    settings_.set(SettingKey::minimumDuration, duration.count());
 }
 void SuppressionRules::setOnlyIfAway(bool onlyIfAway) {
     settings_.set(SettingKey::onlyIfAway, onlyIfAway);
 }
 
 bool SuppressionRules::holdsBack(const HookEvent& event, SummaryKind kind,
-                                 std::optional<double> duration,
+                                 std::optional<Seconds> duration,
                                  const std::optional<std::string>& frontmostAtStart,
                                  const std::optional<std::string>& frontmostNow) const {
     if (const auto project = event.projectName();

@@ -20,11 +20,9 @@ UpdateCheck::UpdateCheck(std::unique_ptr<Transport> transport, std::string curre
 
 void UpdateCheck::run(bool force, std::function<void()> changed) {
     if (current_ == AppVersion::development || inFlight_) return;
-    if (!force && lastChecked_ &&
-        std::chrono::duration<double>(clock_() - *lastChecked_).count() < throttleSeconds)
-        return;
+    if (!force && lastChecked_ && Seconds(clock_() - *lastChecked_) < throttle) return;
     inFlight_ = true;
-    transport_->get(endpoint_, timeoutSeconds,
+    transport_->get(endpoint_, timeout,
                     [this, changed = std::move(changed)](const QByteArray& body) {
                         complete(parse(body, current_), changed);
                     });

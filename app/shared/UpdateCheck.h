@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/AppVersion.h"
+#include "core/Seconds.h"
 
 #include <QByteArray>
 #include <QUrl>
@@ -36,16 +37,16 @@ public:
     public:
         virtual ~Transport() = default;
         // Starts a plain GET that ignores locally cached data and gives up after
-        // `timeoutSeconds`, then calls `completion` exactly once, on the caller's thread, with
+        // `timeout`, then calls `completion` exactly once, on the caller's thread, with
         // the response body whatever the status (empty when nothing came). Never calls it
         // once the transport is being destroyed.
-        virtual void get(const QUrl& url, double timeoutSeconds,
+        virtual void get(const QUrl& url, Seconds timeout,
                          std::function<void(const QByteArray& body)> completion) = 0;
     };
 
     // A failing endpoint is asked at most this often.
-    static constexpr double throttleSeconds = 21600;
-    static constexpr double timeoutSeconds = 10;
+    static constexpr std::chrono::hours throttle{6};
+    static constexpr std::chrono::seconds timeout{10};
     static QUrl defaultEndpoint();
 
     // `current` is the running version; a "dev" build never checks.

@@ -1,5 +1,6 @@
 #include "core/BridgeConfig.h"
 
+#include "support/Files.h"
 #include "support/TempDir.h"
 
 #include <fstream>
@@ -9,11 +10,7 @@
 namespace norrow {
 namespace {
 
-unsigned mode(const std::filesystem::path& path) {
-    struct stat info {};
-    ::stat(path.c_str(), &info);
-    return info.st_mode & 07777;
-}
+using test::mode;
 
 TEST(BridgeConfigFile, ExactBytesPrivatePermissionsAndALeftoverReplaced) {
     test::TempDir claude;
@@ -21,8 +18,7 @@ TEST(BridgeConfigFile, ExactBytesPrivatePermissionsAndALeftoverReplaced) {
     const auto expectWritten = [&](std::uint16_t port, const std::string& token,
                                    const std::string& bytes) {
         BridgeConfig::write(port, token, file);
-        std::ifstream in(file, std::ios::binary);
-        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), bytes);
+        EXPECT_EQ(test::contents(file), bytes);
         EXPECT_EQ(mode(file), 0600u);
         EXPECT_EQ(mode(file.parent_path()), 0700u);
         EXPECT_FALSE(std::filesystem::exists(file.parent_path() / "config.json.new"));

@@ -1,4 +1,5 @@
 #include "core/AppVersion.h"
+#include "support/Files.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 
@@ -18,10 +19,7 @@ using namespace std::chrono_literals;
 
 constexpr const char* token = "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef";
 
-std::string contents(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using test::contents;
 
 // A corpus payload moved to another session.
 std::string payload(const std::string& name, const std::string& session) {

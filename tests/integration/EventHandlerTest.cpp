@@ -49,7 +49,7 @@ TEST_F(EventHandlerTest, MinimumDurationHoldsBackShortTurns) {
     ASSERT_TRUE(alert);
     EXPECT_EQ(alert->result.text, "Fixed the bug. Tests pass.");
     EXPECT_EQ(alert->result.durationText, "20s");
-    rules.setMinimumDuration(0);
+    rules.setMinimumDuration(0s);
     EXPECT_TRUE(turn(0s));
 }
 

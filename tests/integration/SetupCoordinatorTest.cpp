@@ -3,6 +3,7 @@
 #include "app/shared/ClaudeFolder.h"
 #include "app/shared/SetupAlert.h"
 #include "core/BridgeConfig.h"
+#include "support/Files.h"
 #include "support/TempDir.h"
 
 #include <QDir>
@@ -19,10 +20,7 @@ std::string contents(const fs::path& file) {
     return LocalFileSystem().read(file);
 }
 
-void put(const fs::path& file, const std::string& text) {
-    fs::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << text;
-}
+using test::put;
 
 std::vector<std::string> backups(const fs::path& claude) {
     std::vector<std::string> found;
@@ -91,8 +89,7 @@ TEST_F(SetupCoordinatorTest, InstallsOnceThroughALinkAndRemovesEverything) {
     const auto installed = setup.install(4711, "secret");
     ASSERT_EQ(installed.kind, Outcome::Kind::installed) << installed.message;
     EXPECT_EQ(contents(*installed.backup), original);
-    EXPECT_EQ(store.string("lastBackupPath"),
-              QString::fromStdString(installed.backup->string()));
+    EXPECT_EQ(store.string("lastBackupPath"), QString::fromStdString(installed.backup->string()));
     EXPECT_TRUE(setup.isInstalled());
     EXPECT_TRUE(fs::is_symlink(settings));
     EXPECT_EQ(fs::status(linked).permissions(), fs::perms::owner_read | fs::perms::owner_write);
@@ -167,10 +164,9 @@ TEST_F(SetupCoordinatorTest, AFailedEditLeavesSettingsAsTheyWereAndKeepsTheBacku
 }
 
 TEST_F(SetupCoordinatorTest, NamesTheProblemBeforeWritingAnythingAndTheStepsByHand) {
-    EXPECT_EQ(
-        coordinator(nullptr, ":/no-such-resource").install(4711, "secret"),
-        Outcome::failed(
-            "The bridge script is missing from Norrow's resources \u2014 this build is incomplete."));
+    EXPECT_EQ(coordinator(nullptr, ":/no-such-resource").install(4711, "secret"),
+              Outcome::failed("The bridge script is missing from Norrow's resources \u2014 this "
+                              "build is incomplete."));
     const std::string unread =
         settings.string() + " is empty or not valid JSON, so Claude Code is not reading it.";
     const std::pair<std::optional<std::string>, std::string> cases[] = {

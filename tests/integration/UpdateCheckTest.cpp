@@ -13,9 +13,9 @@ struct FakeTransport final : UpdateCheck::Transport {
     std::vector<std::pair<QUrl, double>> requests;
     std::function<void(const QByteArray&)> completion;
 
-    void get(const QUrl& url, double seconds,
+    void get(const QUrl& url, Seconds timeout,
              std::function<void(const QByteArray&)> then) override {
-        requests.emplace_back(url, seconds);
+        requests.emplace_back(url, timeout.count());
         completion = std::move(then);
     }
     void answer(const QByteArray& body) { std::exchange(completion, nullptr)(body); }

@@ -1,5 +1,6 @@
 #include "core/HookInstaller.h"
 #include "core/JSONSplice.h"
+#include "support/Files.h"
 
 #include <filesystem>
 #include <fstream>
@@ -14,10 +15,7 @@ using json = nlohmann::json;
 const std::filesystem::path corpus = NORROW_CORPUS_DIR;
 constexpr const char* bridge = "/Users/someone/.claude/norrow/bridge";
 
-std::string contents(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using test::contents;
 
 // Settings as a removal leaves them: our events' empty lists and an emptied "hooks" go.
 json afterRemoval(json settings) {

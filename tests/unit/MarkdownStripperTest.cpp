@@ -10,7 +10,7 @@
 namespace norrow {
 namespace {
 
-using Regexes = MarkdownStripper::Regexes;
+namespace Regexes = MarkdownStripper::Regexes;
 
 TEST(MarkdownStripper, RawBlocksSplitParagraphsHeadingsAndListItems) {
     const std::pair<const char*, std::vector<std::string>> cases[] = {

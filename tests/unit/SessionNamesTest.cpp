@@ -1,5 +1,6 @@
 #include "core/SessionNames.h"
 
+#include "support/Files.h"
 #include "support/TempDir.h"
 
 #include <fstream>
@@ -10,10 +11,7 @@ namespace {
 
 const std::filesystem::path corpus = std::filesystem::path(NORROW_CORPUS_DIR) / "transcripts";
 
-void put(const std::filesystem::path& file, const std::string& text) {
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << text;
-}
+using test::put;
 
 std::optional<std::string> cwdIn(const std::string& text) {
     test::TempDir folder;

@@ -37,11 +37,12 @@ TEST(SessionStore, ATurnLivesFromItsLatestPromptToItsStop) {
     const auto finished = store.finish(prompt("p1"), t0 + 125500ms);
     ASSERT_TRUE(finished);
     EXPECT_EQ(finished->turn, expected);
-    EXPECT_DOUBLE_EQ(finished->duration, 125.5);
+    EXPECT_DOUBLE_EQ(finished->duration.count(), 125.5);
     EXPECT_FALSE(store.finish(prompt("p1"), t0 + 200s));
 
     store.begin(prompt("p2"), std::nullopt, t0);
-    EXPECT_DOUBLE_EQ(store.finish(prompt("p2"), t0 - 2500ms)->duration, -2.5); // clock set back
+    EXPECT_DOUBLE_EQ(store.finish(prompt("p2"), t0 - 2500ms)->duration.count(),
+                     -2.5); // clock set back
     EXPECT_EQ(store.openCount(), 0u);
 }
 
@@ -60,7 +61,7 @@ TEST(SessionStore, SweepDropsTurnsAtLeastStaleAfterOld) {
 // while one also keeps sweeping: each turn must end up closed, swept or open, exactly once.
 TEST(SessionStore, ConcurrentUseNeitherLosesNorDuplicatesTurns) {
     constexpr int workers = 6, total = 8000;
-    SessionStore store(60);
+    SessionStore store(60s);
     std::vector<HookEvent> events;
     for (int i = 0; i < total; ++i)
         events.push_back(prompt("p" + std::to_string(i)));

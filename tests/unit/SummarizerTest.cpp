@@ -39,7 +39,7 @@ TEST(Summarizer, LeadsWithTheOpeningSentencesAndClassifies) {
 }
 
 TEST(Summarizer, FallsBackToTheKindAndToolCount) {
-    EXPECT_EQ(Summarizer::summarize(stopWith(std::nullopt, Stats{3, {}, {}, {}, {}}), 125),
+    EXPECT_EQ(Summarizer::summarize(stopWith(std::nullopt, Stats{3, {}, {}, {}, {}}), Seconds(125)),
               (Summary{"Done \u00B7 3 tools", SummaryKind::done, "3 tools", "2m 5s", true}));
     EXPECT_EQ(Summarizer::summarize("```\nonly code\n```").text, "Done");
     EXPECT_EQ(Summarizer::summarize(stopWith("[](x)", Stats{1, {}, {}, {}, {}}), {}).text,
@@ -87,8 +87,10 @@ TEST(Summarizer, DurationText) {
         {{}, {}},    {-1, {}},       {-0.4, {}},    {nan, {}},       {inf, {}},
         {1e300, {}}, {0, "0s"},      {59.4, "59s"}, {59.5, "1m"},    {125, "2m 5s"},
         {300, "5m"}, {3599.5, "1h"}, {3659, "1h"},  {3661, "1h 1m"}, {7325, "2h 2m"}};
-    for (const auto& [seconds, text] : cases)
-        EXPECT_EQ(Summarizer::durationText(seconds), text) << seconds.value_or(-99);
+    for (const auto& [seconds, text] : cases) {
+        const auto duration = seconds ? std::optional(Seconds(*seconds)) : std::nullopt;
+        EXPECT_EQ(Summarizer::durationText(duration), text) << seconds.value_or(-99);
+    }
 }
 
 TEST(Summarizer, StatLine) {

@@ -4,6 +4,7 @@
 #include "core/HookEvent.h"
 #include "core/Summarizer.h"
 #include "core/SummaryLint.h"
+#include "support/Files.h"
 
 #include <filesystem>
 #include <fstream>
@@ -16,10 +17,7 @@ namespace {
 
 const std::filesystem::path corpus(NORROW_CORPUS_DIR);
 
-std::string contents(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using test::contents;
 
 bool fits(const std::string& text) {
     return Graphemes::count(text) <= static_cast<std::size_t>(Summarizer::maxLength);
@@ -83,7 +81,7 @@ TEST(SummaryCorpus, HostileInputsStayWithinTheLimit) {
     const auto event = HookEvent::fromJson(parseLenientJson(
         R"({"hook_event_name":"Stop","last_assistant_message":"Fixed \ud800 it. \udfff Done?"})"));
     ASSERT_TRUE(event);
-    const Summary summary = Summarizer::summarize(*event, 3);
+    const Summary summary = Summarizer::summarize(*event, Seconds(3));
     EXPECT_EQ(summary.text, "Fixed \uFFFD it. \uFFFD Done?");
     EXPECT_EQ(summary.kind, SummaryKind::needsYou);
 }
