@@ -91,7 +91,7 @@ MenuState AppController::menuState() {
     state.installed = setup_.isInstalled();
     state.soundStyle = settings_.string(SettingKey::soundStyle).value_or(QString()).toStdString();
     state.rulesEnabled = rules_.enabled();
-    state.minimumDuration = rules_.minimumDuration();
+    state.minimumDuration = rules_.minimumDuration().count();
     state.onlyIfAway = rules_.onlyIfAway();
     state.version = options_.version;
     if (const auto& release = updates_.available()) state.availableVersion = release->version;
@@ -137,7 +137,7 @@ void AppController::perform(const MenuItem& item) {
         rules_.setEnabled(!rules_.enabled());
         break;
     case MenuAction::chooseMinimumDuration:
-        if (number) rules_.setMinimumDuration(*number);
+        if (number) rules_.setMinimumDuration(Seconds(*number));
         break;
     case MenuAction::toggleOnlyIfAway:
         rules_.setOnlyIfAway(!rules_.onlyIfAway());

@@ -5,10 +5,11 @@
 
 namespace norrow {
 
-void NetworkTransport::get(const QUrl& url, double timeoutSeconds,
+void NetworkTransport::get(const QUrl& url, Seconds timeout,
                            std::function<void(const QByteArray& body)> completion) {
     QNetworkRequest request(url);
-    request.setTransferTimeout(static_cast<int>(timeoutSeconds * 1000));
+    request.setTransferTimeout(
+        static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(timeout).count()));
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
                          QNetworkRequest::AlwaysNetwork);
     request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);

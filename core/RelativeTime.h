@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Seconds.h"
+
 #include <chrono>
 #include <memory>
 #include <string>
@@ -16,7 +18,7 @@ namespace norrow {
 // many calls; not thread-safe.
 class RelativeTime {
 public:
-    using Date = std::chrono::time_point<std::chrono::system_clock, std::chrono::duration<double>>;
+    using Date = std::chrono::time_point<std::chrono::system_clock, Seconds>;
 
     // In the language of `locale` (an ICU locale name), else the user's.
     explicit RelativeTime(const char* locale = nullptr);
