@@ -10,7 +10,10 @@
 
 #include <QClipboard>
 #include <QGuiApplication>
+#include <QWidget>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 
 namespace norrow {
@@ -150,6 +153,39 @@ TEST_F(AppControllerTest, SetsUpClaudeCodeFollowsASessionThroughTheBridgeAndRemo
     EXPECT_FALSE(fs::exists(claude / "norrow/bridge"));
     EXPECT_TRUE(
         test::findAction(app->statusMenu().menu(), QStringLiteral("Set up Claude Code\u2026")));
+}
+
+TEST_F(AppControllerTest, ASessionWhoseTerminalRunsCanBeBroughtForwardFromTheMenu) {
+    auto app = startApp();
+    const std::string xterm = fs::canonical("/usr/bin/xterm").string();
+    test::Process terminal({"xterm", "-xrm", "*waitforwm: false", "-e", "cat"});
+    HookEvent stop(HookEvent::Name::stop);
+    stop.sessionId = "c0ffee00-1111-4222-8333-444455556666";
+    stop.cwd = "/work/web";
+    stop.termAppPath = xterm;
+    ASSERT_TRUE(test::settle([&] { return desktop->runningApp(stop).has_value(); }));
+    fs::create_directories(claude / "norrow/state");
+    std::ofstream(claude / "norrow/state" / (*stop.sessionId + ".json")) << "{}";
+    app->handle(stop);
+
+    // Somewhere else in front, as when the user has moved on.
+    QWidget elsewhere;
+    elsewhere.show();
+    elsewhere.activateWindow();
+    ASSERT_TRUE(test::settle([&] { return desktop->frontmostApplication() != xterm; }));
+
+    QAction* session = nullptr;
+    for (QAction* action : app->statusMenu().menu().actions())
+        if (action->text().startsWith(QStringLiteral("web  \u00b7  "))) session = action;
+    ASSERT_NE(session, nullptr) << testing::PrintToString(titles(app->statusMenu().menu()));
+    EXPECT_TRUE(session->isEnabled());
+    EXPECT_EQ(session->toolTip(), "XTerm");
+    // The window manager turns away a request that follows another window's activation
+    // within a second; a person needs longer than that to reach the menu.
+    test::settle([] { return false; }, std::chrono::milliseconds(1200));
+    session->trigger();
+    EXPECT_TRUE(test::settle([&] { return desktop->frontmostApplication() == xterm; }));
+    terminal.stop(SIGTERM);
 }
 
 TEST_F(AppControllerTest, CancellingTheRemovalChangesNothing) {
