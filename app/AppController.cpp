@@ -19,6 +19,10 @@ namespace {
 // Long enough for the tray to have embedded the status item, so the menu opens beside it.
 constexpr std::chrono::milliseconds firstMenuDelay{800};
 
+bool failed(const SetupCoordinator::Outcome& outcome) {
+    return outcome.kind == SetupCoordinator::Outcome::Kind::failed;
+}
+
 } // namespace
 
 AppController::AppController(Settings& settings, SecretStore& keychain, Desktop& desktop,
@@ -168,18 +172,20 @@ void AppController::returnToSession(const std::string& id) {
 void AppController::runInstall() {
     const auto port = host_.port();
     if (!port) {
-        SetupDialogs::inform(SetupAlert::notListening());
+        SetupDialogs::inform(SetupAlert::notListening(), true);
         return;
     }
     const auto outcome = setup_.install(*port, host_.token());
-    if (const auto alert = SetupAlert::afterInstall(outcome)) SetupDialogs::inform(*alert);
+    if (const auto alert = SetupAlert::afterInstall(outcome))
+        SetupDialogs::inform(*alert, failed(outcome));
     refreshMenu();
 }
 
 void AppController::runUninstall() {
     if (!SetupDialogs::confirmRemoval()) return;
     const auto outcome = setup_.uninstall();
-    if (const auto alert = SetupAlert::afterRemoval(outcome)) SetupDialogs::inform(*alert);
+    if (const auto alert = SetupAlert::afterRemoval(outcome))
+        SetupDialogs::inform(*alert, failed(outcome));
     refreshMenu();
 }
 

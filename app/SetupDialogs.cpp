@@ -33,9 +33,9 @@ int runInFront(QMessageBox& box, const SetupAlert& alert) {
 
 } // namespace
 
-void inform(const SetupAlert& alert) {
+void inform(const SetupAlert& alert, bool warning) {
     QMessageBox box;
-    box.setIcon(QMessageBox::Information);
+    box.setIcon(warning ? QMessageBox::Warning : QMessageBox::Information);
     box.setStandardButtons(QMessageBox::Ok);
     runInFront(box, alert);
 }
