@@ -15,7 +15,7 @@
 #include "support/Process.h"
 #include "support/TempDir.h"
 #include "support/VirtualDisplay.h"
-#include "support/XInspector.h"
+#include "support/XObserver.h"
 
 #include <QApplication>
 #include <benchmark/benchmark.h>
@@ -98,7 +98,7 @@ public:
         : process_({"xterm", "-class", terminalClass, "-xrm", "*waitforwm: false", "-e", "sleep",
                     "3600"},
                    {{"DISPLAY", display}}) {
-        test::XInspector x(display);
+        test::XObserver x(display);
         if (!test::eventually([&] {
                 for (const xcb_window_t window : x.windows(x.root(), "_NET_CLIENT_LIST"))
                     if (x.windowClass(window) == terminalClass) return true;
