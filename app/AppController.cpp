@@ -32,7 +32,8 @@ AppController::AppController(Settings& settings, SecretStore& keychain, Desktop&
       setup_(settings, host_.claudeFolder()), rules_(settings),
       events_(host_.turns(), names_, rules_),
       updates_(std::move(transport), options_.version, &std::chrono::system_clock::now,
-               options_.updateEndpoint) {}
+               options_.updateEndpoint),
+      player_(SoundPlayer::create()), notifier_(settings, *player_, options_.sounds) {}
 
 AppController::~AppController() {
     stop();
@@ -93,7 +94,7 @@ MenuState AppController::menuState() {
         state.sessions.push_back(std::move(session));
     }
     state.installed = setup_.isInstalled();
-    state.soundStyle = settings_.string(SettingKey::soundStyle).value_or(QString()).toStdString();
+    state.soundStyle = std::string(rawValue(notifier_.style()));
     state.rulesEnabled = rules_.enabled();
     state.minimumDuration = rules_.minimumDuration().count();
     state.onlyIfAway = rules_.onlyIfAway();
@@ -114,7 +115,10 @@ void AppController::handle(const HookEvent& event) {
     const auto outcome =
         events_.handle(event, desktop_.frontmostApplication(), std::chrono::system_clock::now());
     if (outcome.menuChanged) refreshMenu();
-    if (outcome.alert) emit alerted(*outcome.alert);
+    if (outcome.alert) {
+        notifier_.play(outcome.alert->result.kind);
+        emit alerted(*outcome.alert);
+    }
 }
 
 void AppController::perform(const MenuItem& item) {
@@ -135,7 +139,10 @@ void AppController::perform(const MenuItem& item) {
         copyManualInstructions();
         return;
     case MenuAction::chooseSound:
-        if (text) settings_.set(SettingKey::soundStyle, QString::fromStdString(*text));
+        if (const auto style = text ? soundStyle(*text) : std::nullopt) {
+            notifier_.setStyle(*style);
+            notifier_.preview(*style);
+        }
         break;
     case MenuAction::toggleRules:
         rules_.setEnabled(!rules_.enabled());

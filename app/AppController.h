@@ -1,8 +1,10 @@
 #pragma once
 
 #include "app/MenuModel.h"
+#include "app/Notifier.h"
 #include "app/StatusMenu.h"
 #include "app/platform/Desktop.h"
+#include "app/platform/SoundPlayer.h"
 #include "app/shared/EventHandler.h"
 #include "app/shared/ListenerHost.h"
 #include "app/shared/SecretStore.h"
@@ -16,6 +18,7 @@
 
 #include <QObject>
 #include <QUrl>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -32,6 +35,8 @@ public:
         QUrl updateEndpoint = UpdateCheck::defaultEndpoint();
         // Print the port and token once listening, for pointing a hand-run bridge at the app.
         bool debug = false;
+        // Where the alert sounds are.
+        std::filesystem::path sounds = SoundPlayer::bundledSounds();
     };
 
     AppController(Settings& settings, SecretStore& keychain, Desktop& desktop,
@@ -82,6 +87,9 @@ private:
     UpdateCheck updates_;
     RelativeTime relativeTime_;
     std::unique_ptr<StatusMenu> statusMenu_;
+    // The player outlives the notifier and the sounds it keeps.
+    std::unique_ptr<SoundPlayer> player_;
+    Notifier notifier_;
     bool reportedState_ = false;
 };
 

@@ -5,7 +5,9 @@
 #include "app/platform/Desktop.h"
 #include "core/BridgeConfig.h"
 #include "core/Files.h"
+#include "support/Eventually.h"
 #include "support/Process.h"
+#include "support/PulseServer.h"
 #include "support/TempDir.h"
 
 #include <QClipboard>
@@ -14,6 +16,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace norrow {
@@ -235,6 +238,36 @@ TEST_F(AppControllerTest, MenuChoicesAreStoredAndShownAtOnce) {
     EXPECT_TRUE(five->isChecked());
     EXPECT_FALSE(five->isEnabled());
     EXPECT_FALSE(test::findAction(menu, QStringLiteral("Use these rules"))->isChecked());
+}
+
+TEST_F(AppControllerTest, AChosenSoundIsPreviewedAndEveryAlertPlaysIt) {
+    settings.set(SettingKey::rulesEnabled, false);
+    auto app = startApp({.sounds = NORROW_SOUNDS_DIR});
+    auto& pulse = test::soundServer();
+    // How loud the app was from `act` until nothing played any more and a second had passed.
+    const auto rmsOf = [&](const std::function<void()>& act) {
+        test::Recording recording(pulse);
+        act();
+        EXPECT_TRUE(test::eventually(
+            [&] { return pulse.playingStreams() == 0 && recording.seconds() >= 1.0; }));
+        return recording.stop().rms;
+    };
+    const auto alert = [&] { app->handle(HookEvent(HookEvent::Name::stop)); };
+
+    EXPECT_GT(rmsOf([&] { app->perform(chosen(MenuAction::chooseSound, std::string("bell"))); }),
+              0.01);
+    EXPECT_EQ(settings.string(SettingKey::soundStyle), "bell");
+    EXPECT_TRUE(test::findAction(app->statusMenu().menu(), QStringLiteral("Bell"))->isChecked());
+    EXPECT_GT(rmsOf(alert), 0.01);
+
+    EXPECT_EQ(rmsOf([&] { app->perform(chosen(MenuAction::chooseSound, std::string("silent"))); }),
+              0.0);
+    EXPECT_EQ(rmsOf(alert), 0.0);
+
+    // A style no version wrote shows as the spoken one, which is what it plays.
+    settings.set(SettingKey::soundStyle, QStringLiteral("loud"));
+    app->refreshMenu();
+    EXPECT_TRUE(test::findAction(app->statusMenu().menu(), QStringLiteral("Spoken"))->isChecked());
 }
 
 TEST_F(AppControllerTest, AReleaseBuildOffersANewerReleaseAndADevelopmentBuildNeverAsks) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/shared/SecretStore.h"
+#include "support/PulseServer.h"
 
 #include <QApplication>
 #include <QMenu>
@@ -31,6 +32,9 @@ bool settle(Condition condition, std::chrono::milliseconds timeout = std::chrono
     }
     return true;
 }
+
+// The sound server every app in the test program plays to.
+PulseServer& soundServer();
 
 // A keychain that keeps its items in memory, as a working system keychain would.
 class MemoryKeychain : public SecretStore {

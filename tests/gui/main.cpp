@@ -1,3 +1,5 @@
+#include "GuiSupport.h"
+#include "support/PulseServer.h"
 #include "support/TempDir.h"
 #include "support/VirtualDisplay.h"
 
@@ -7,8 +9,19 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-// The whole app under a private X session: Xvfb, openbox and a tray, started once for the
-// test program, with a home folder of its own so nothing touches the user's settings.
+namespace {
+
+norrow::test::PulseServer* pulse = nullptr;
+
+} // namespace
+
+norrow::test::PulseServer& norrow::test::soundServer() {
+    return *pulse;
+}
+
+// The whole app under a private X session: Xvfb, openbox and a tray, and a private sound
+// server, started once for the test program, with a home folder of its own so nothing touches
+// the user's settings or speakers.
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
@@ -23,6 +36,10 @@ int main(int argc, char** argv) {
     std::filesystem::create_directories(home / "runtime");
     std::filesystem::permissions(home / "runtime", std::filesystem::perms::owner_all);
     ::setenv("XDG_RUNTIME_DIR", (home / "runtime").c_str(), 1);
+    norrow::test::PulseServer sounds;
+    pulse = &sounds;
+    ::setenv("PULSE_SERVER", sounds.address().c_str(), 1);
+    ::setenv("CANBERRA_DRIVER", "pulse", 1);
 
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("qelvane"));
