@@ -94,7 +94,8 @@ MenuState AppController::menuState() {
         state.sessions.push_back(std::move(session));
     }
     state.installed = setup_.isInstalled();
-    state.soundStyle = std::string(rawValue(notifier_.style()));
+    // The stored text as it is: one that names no style checks none of them.
+    state.soundStyle = settings_.string(SettingKey::soundStyle).value_or(QString()).toStdString();
     state.rulesEnabled = rules_.enabled();
     state.minimumDuration = rules_.minimumDuration().count();
     state.onlyIfAway = rules_.onlyIfAway();
