@@ -1,15 +1,18 @@
 // The desktop app as a user starts it, under a private X session with a tray:
 //  (1) time from starting the program until its listener accepts a connection,
 //  (2) resident memory when idle and after 1,000 hook events posted over HTTP,
-//  (3) CPU time and context switches over an idle period (nothing but timer ticks expected).
+//  (3) CPU time and context switches over an idle period (nothing but timer ticks expected),
+//  (4) time from a finished turn's request to its banner's window being mapped, and resident
+//      memory after 1,000 banners shown and dismissed against after 10.
 // Prints plain figures; nothing is enforced.
 //
 //   bench_app [idle seconds]    (default 60, or BENCH_IDLE_SECONDS; also BENCH_STARTS, default
-//                               20, and BENCH_EVENTS, default 1000)
+//                               20, BENCH_EVENTS, default 1000, and BENCH_BANNERS, default 200)
 #include "Percentile.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 #include "support/VirtualDisplay.h"
+#include "support/XObserver.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -24,6 +27,7 @@
 #include <iterator>
 #include <netinet/in.h>
 #include <nlohmann/json.hpp>
+#include <poll.h>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -179,7 +183,9 @@ struct Usage {
 // settings and never into the user's own keychain.
 class Home {
 public:
-    Home(std::uint16_t port, const std::string& display) : port_(port), display_(display) {
+    // `settings`: further lines of the app's settings file.
+    Home(std::uint16_t port, const std::string& display, const std::string& settings = "")
+        : port_(port), display_(display) {
         fs::create_directories(folder_ / "runtime");
         fs::permissions(folder_ / "runtime", fs::perms::owner_all);
         fs::create_directories(folder_ / "config/qelvane");
@@ -187,7 +193,8 @@ public:
         // A remembered port, so the start-up can be timed by connecting to it.
         std::ofstream(folder_ / "config/qelvane/Norrow.conf")
             << "[General]\nhasSeenMenu=true\nclaudeFolderOverride=" << claude().string()
-            << "\nlistenerPort=" << port << "\n";
+            << "\nlistenerPort=" << port << "\n"
+            << settings;
     }
 
     Environment environment() const {
@@ -380,6 +387,61 @@ void postEvents(const App& app, const Home& home, std::size_t count) {
                 (after.onCpuMs - before.onCpuMs) / static_cast<double>(bodies.size()));
 }
 
+// Waits for the next window to be mapped anywhere on the screen; false after `timeout`.
+bool awaitMap(xcb_connection_t* x, Clock::duration timeout) {
+    const auto deadline = Clock::now() + timeout;
+    for (;;) {
+        while (xcb_generic_event_t* event = xcb_poll_for_event(x)) {
+            const bool mapped = (event->response_type & 0x7f) == XCB_MAP_NOTIFY;
+            std::free(event);
+            if (mapped) return true;
+        }
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0) return false;
+        pollfd readable{xcb_get_file_descriptor(x), POLLIN, 0};
+        ::poll(&readable, 1, static_cast<int>(left.count()));
+    }
+}
+
+// Finished turns, one at a time, each timed from the moment its request goes out until the
+// window of its banner is mapped; the rules are off, so every turn is announced.
+void timeBanners(const App& app, const Home& home, const std::string& display, int count) {
+    norrow::test::XObserver x(display);
+    const std::uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+    xcb_change_window_attributes(x.connection(), x.root(), XCB_CW_EVENT_MASK, &mask);
+    xcb_flush(x.connection());
+    const auto messages = corpusMessages();
+    std::vector<double> samples;
+    for (int i = 0; i < count; ++i) {
+        nlohmann::json stop = {
+            {"hook_event_name", "Stop"},
+            {"session_id", "bench-" + std::to_string(i % 7)},
+            {"cwd", "/work/project-" + std::to_string(i % 7)},
+            {"last_assistant_message", messages[static_cast<std::size_t>(i) % messages.size()]}};
+        while (awaitMap(x.connection(), 0ms)) {
+        }
+        const auto start = Clock::now();
+        if (const auto status = post(home.port(), app.token, stop.dump());
+            status != "HTTP/1.1 200 OK")
+            throw std::runtime_error("the listener answered " + status);
+        if (!awaitMap(x.connection(), 5s)) throw std::runtime_error("no banner was mapped");
+        samples.push_back(milliseconds(Clock::now() - start));
+    }
+    using norrow::bench::percentile;
+    std::printf("request to banner mapped (%d turns): p50 %.1f ms   p99 %.1f ms   max %.1f ms\n",
+                count, percentile(samples, 0.5), percentile(samples, 0.99), percentile(samples, 1));
+}
+
+// Memory once `count` banners have been shown and have all gone again.
+void bannersShownAndGone(const App& app, const Home& home, const std::string& display, int count) {
+    timeBanners(app, home, display, count);
+    // Six seconds on screen, then the fade.
+    std::this_thread::sleep_for(7s);
+    app.awaitIdle();
+    app.printMemory("after " + std::to_string(count) + " banners, idle:");
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -401,6 +463,15 @@ int main(int argc, char** argv) {
         const int events = envOr("BENCH_EVENTS", 1000);
         postEvents(app, home, static_cast<std::size_t>(events));
         app.printMemory("after " + std::to_string(events) + " events, idle:");
+
+        const Home announcing(freePort(), session.display(), "rule.enabled=false\n");
+        App shower(announcing);
+        shower.readPortAndToken(announcing.port());
+        std::this_thread::sleep_for(settleAfterStart);
+        bannersShownAndGone(shower, announcing, session.display(), 10);
+        bannersShownAndGone(shower, announcing, session.display(), envOr("BENCH_BANNERS", 200));
+        bannersShownAndGone(shower, announcing, session.display(),
+                            1000 - 10 - envOr("BENCH_BANNERS", 200));
     } catch (const std::exception& e) {
         std::cerr << "bench_app: " << e.what() << "\n";
         return 1;
