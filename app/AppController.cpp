@@ -32,7 +32,8 @@ AppController::AppController(Settings& settings, SecretStore& keychain, Desktop&
       setup_(settings, host_.claudeFolder()), rules_(settings),
       events_(host_.turns(), names_, rules_),
       updates_(std::move(transport), options_.version, &std::chrono::system_clock::now,
-               options_.updateEndpoint) {}
+               options_.updateEndpoint),
+      banners_(desktop, options_.bannerTimers) {}
 
 AppController::~AppController() {
     stop();
@@ -114,7 +115,15 @@ void AppController::handle(const HookEvent& event) {
     const auto outcome =
         events_.handle(event, desktop_.frontmostApplication(), std::chrono::system_clock::now());
     if (outcome.menuChanged) refreshMenu();
-    if (outcome.alert) emit alerted(*outcome.alert);
+    if (const auto& alert = outcome.alert) {
+        emit alerted(*alert);
+        banners_.show(QString::fromStdString(alert->result.text), bannerAction(alert->event));
+    }
+}
+
+std::function<void()> AppController::bannerAction(const HookEvent& event) {
+    if (!desktop_.runningApp(event)) return {};
+    return [this, event] { returnTo(event); };
 }
 
 void AppController::perform(const MenuItem& item) {
@@ -159,13 +168,15 @@ void AppController::perform(const MenuItem& item) {
 
 void AppController::returnToSession(const std::string& id) {
     const auto& last = events_.lastEventBySession();
-    const auto event = last.find(id);
-    if (event == last.end()) return;
-    const auto app = desktop_.runningApp(event->second);
+    if (const auto event = last.find(id); event != last.end()) returnTo(event->second);
+}
+
+void AppController::returnTo(const HookEvent& event) {
+    const auto app = desktop_.runningApp(event);
     if (!app) return;
     desktop_.activate(*app);
-    if (!event->second.isIntegratedTerminal() || !event->second.cwd) return;
-    if (const auto link = TerminalActivator::revealURL(*event->second.cwd, app->identity))
+    if (!event.isIntegratedTerminal() || !event.cwd) return;
+    if (const auto link = TerminalActivator::revealURL(*event.cwd, app->identity))
         QDesktopServices::openUrl(QUrl(QString::fromStdString(*link), QUrl::StrictMode));
 }
 

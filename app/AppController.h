@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/BannerPresenter.h"
 #include "app/MenuModel.h"
 #include "app/StatusMenu.h"
 #include "app/platform/Desktop.h"
@@ -16,6 +17,7 @@
 
 #include <QObject>
 #include <QUrl>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -32,6 +34,8 @@ public:
         QUrl updateEndpoint = UpdateCheck::defaultEndpoint();
         // Print the port and token once listening, for pointing a hand-run bridge at the app.
         bool debug = false;
+        // The clock behind the banners' dismissal and fade.
+        BannerTimer::Factory bannerTimers = BannerTimer::qt();
     };
 
     AppController(Settings& settings, SecretStore& keychain, Desktop& desktop,
@@ -57,6 +61,7 @@ public:
     StatusMenu& statusMenu() { return *statusMenu_; }
     const EventHandler& events() const { return events_; }
     UpdateCheck& updateCheck() { return updates_; }
+    BannerPresenter& banners() { return banners_; }
 
 signals:
     // An event the user's rules let through; a banner and a sound announce it.
@@ -66,6 +71,12 @@ private:
     void listenerStateChanged(bool listening);
     void checkForUpdates();
     void returnToSession(const std::string& id);
+    // Brings the application hosting the event's session forward and, for an editor's own
+    // terminal, opens the session's folder in it.
+    void returnTo(const HookEvent& event);
+    // What a click on the event's banner does: return to the session, when its application
+    // runs now; otherwise nothing.
+    std::function<void()> bannerAction(const HookEvent& event);
     void runInstall();
     void runUninstall();
     void copyManualInstructions();
@@ -82,6 +93,7 @@ private:
     UpdateCheck updates_;
     RelativeTime relativeTime_;
     std::unique_ptr<StatusMenu> statusMenu_;
+    BannerPresenter banners_;
     bool reportedState_ = false;
 };
 
