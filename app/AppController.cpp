@@ -33,7 +33,8 @@ AppController::AppController(Settings& settings, SecretStore& keychain, Desktop&
       events_(host_.turns(), names_, rules_),
       updates_(std::move(transport), options_.version, &std::chrono::system_clock::now,
                options_.updateEndpoint),
-      player_(SoundPlayer::create()), notifier_(settings, *player_, options_.sounds) {}
+      player_(SoundPlayer::create()), notifier_(settings, *player_, options_.sounds),
+      banners_(desktop, options_.bannerTimers) {}
 
 AppController::~AppController() {
     stop();
@@ -116,10 +117,17 @@ void AppController::handle(const HookEvent& event) {
     const auto outcome =
         events_.handle(event, desktop_.frontmostApplication(), std::chrono::system_clock::now());
     if (outcome.menuChanged) refreshMenu();
-    if (outcome.alert) {
-        notifier_.play(outcome.alert->result.kind);
-        emit alerted(*outcome.alert);
+    if (const auto& alert = outcome.alert) {
+        auto action = bannerAction(alert->event);
+        notifier_.play(alert->result.kind);
+        emit alerted(*alert);
+        banners_.show(QString::fromStdString(alert->result.text), std::move(action));
     }
+}
+
+std::function<void()> AppController::bannerAction(const HookEvent& event) {
+    if (!desktop_.runningApp(event)) return {};
+    return [this, event] { returnTo(event); };
 }
 
 void AppController::perform(const MenuItem& item) {
@@ -167,13 +175,15 @@ void AppController::perform(const MenuItem& item) {
 
 void AppController::returnToSession(const std::string& id) {
     const auto& last = events_.lastEventBySession();
-    const auto event = last.find(id);
-    if (event == last.end()) return;
-    const auto app = desktop_.runningApp(event->second);
+    if (const auto event = last.find(id); event != last.end()) returnTo(event->second);
+}
+
+void AppController::returnTo(const HookEvent& event) {
+    const auto app = desktop_.runningApp(event);
     if (!app) return;
     desktop_.activate(*app);
-    if (!event->second.isIntegratedTerminal() || !event->second.cwd) return;
-    if (const auto link = TerminalActivator::revealURL(*event->second.cwd, app->identity))
+    if (!event.isIntegratedTerminal() || !event.cwd) return;
+    if (const auto link = TerminalActivator::revealURL(*event.cwd, app->identity))
         QDesktopServices::openUrl(QUrl(QString::fromStdString(*link), QUrl::StrictMode));
 }
 

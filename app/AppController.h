@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/BannerPresenter.h"
 #include "app/MenuModel.h"
 #include "app/Notifier.h"
 #include "app/StatusMenu.h"
@@ -19,6 +20,7 @@
 #include <QObject>
 #include <QUrl>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -37,6 +39,8 @@ public:
         bool debug = false;
         // Where the alert sounds are.
         std::filesystem::path sounds = SoundPlayer::bundledSounds();
+        // The clock behind the banners' dismissal and fade.
+        BannerTimer::Factory bannerTimers = BannerTimer::qt();
     };
 
     AppController(Settings& settings, SecretStore& keychain, Desktop& desktop,
@@ -62,6 +66,7 @@ public:
     StatusMenu& statusMenu() { return *statusMenu_; }
     const EventHandler& events() const { return events_; }
     UpdateCheck& updateCheck() { return updates_; }
+    BannerPresenter& banners() { return banners_; }
 
 signals:
     // An event the user's rules let through; a banner and a sound announce it.
@@ -71,6 +76,12 @@ private:
     void listenerStateChanged(bool listening);
     void checkForUpdates();
     void returnToSession(const std::string& id);
+    // Brings the application hosting the event's session forward and, for an editor's own
+    // terminal, opens the session's folder in it.
+    void returnTo(const HookEvent& event);
+    // What a click on the event's banner does: return to the session, when its application
+    // runs now; otherwise nothing.
+    std::function<void()> bannerAction(const HookEvent& event);
     void runInstall();
     void runUninstall();
     void copyManualInstructions();
@@ -90,6 +101,7 @@ private:
     // The player outlives the notifier and the sounds it keeps.
     std::unique_ptr<SoundPlayer> player_;
     Notifier notifier_;
+    BannerPresenter banners_;
     bool reportedState_ = false;
 };
 

@@ -36,6 +36,9 @@ public:
     virtual std::optional<RunningApp> runningApp(const HookEvent& event) = 0;
     // Brings every window of the application forward; false when nothing could be raised.
     virtual bool activate(const RunningApp& app) = 0;
+    // Whether a compositing manager draws the windows, so that a window may be translucent
+    // and cast a shadow; without one, translucent pixels come out black.
+    virtual bool composited() = 0;
 
     // The implementation for this session: X11 when an X server answers, the system's own on
     // macOS, otherwise one that knows nothing and does nothing.

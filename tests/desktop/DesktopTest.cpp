@@ -229,6 +229,22 @@ TEST_F(DesktopTest, ActivateBringsTheApplicationForward) {
     EXPECT_EQ(active(), above ? upper.id : lower.id) << "the window that was on top";
 }
 
+TEST_F(DesktopTest, CompositedWhileACompositingManagerHoldsTheScreen) {
+    EXPECT_FALSE(x11.composited()) << "Xvfb and openbox draw no translucency";
+    EXPECT_FALSE(NullDesktop().composited());
+
+    // A compositing manager announces itself by owning the screen's selection.
+    const xcb_window_t manager = createWindow();
+    const xcb_atom_t selection = x.atom("_NET_WM_CM_S" + std::to_string(x.screenNumber()));
+    xcb_set_selection_owner(x.connection(), manager, selection, XCB_CURRENT_TIME);
+    ASSERT_TRUE(x.owned("_NET_WM_CM_S" + std::to_string(x.screenNumber())));
+    EXPECT_TRUE(x11.composited());
+
+    xcb_destroy_window(x.connection(), manager);
+    ASSERT_FALSE(x.owned("_NET_WM_CM_S" + std::to_string(x.screenNumber())));
+    EXPECT_FALSE(x11.composited());
+}
+
 TEST_F(DesktopTest, ChoosesTheDesktopFromTheSession) {
     const Window terminal = openTerminal("FirstTerm");
     ASSERT_TRUE(becomesActive(terminal));

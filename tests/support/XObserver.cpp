@@ -59,6 +59,20 @@ std::optional<std::uint32_t> XObserver::cardinal(xcb_window_t window, const std:
     return *static_cast<const std::uint32_t*>(xcb_get_property_value(reply.get()));
 }
 
+std::vector<std::uint32_t> XObserver::cardinals(xcb_window_t window, const std::string& name) {
+    const auto reply = property(connection_, window, atom(name), XCB_ATOM_CARDINAL);
+    if (!reply || reply->format != 32) return {};
+    const auto* data = static_cast<const std::uint32_t*>(xcb_get_property_value(reply.get()));
+    return {data, data + reply->value_len};
+}
+
+std::string XObserver::text(xcb_window_t window, const std::string& name) {
+    const auto reply = property(connection_, window, atom(name), atom("UTF8_STRING"));
+    if (!reply || reply->format != 8) return {};
+    return {static_cast<const char*>(xcb_get_property_value(reply.get())),
+            static_cast<std::size_t>(xcb_get_property_value_length(reply.get()))};
+}
+
 std::string XObserver::windowClass(xcb_window_t window) {
     const auto reply = property(connection_, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING);
     if (!reply) return {};
@@ -74,6 +88,21 @@ std::vector<xcb_window_t> XObserver::children(xcb_window_t window) {
     if (!tree) return {};
     const xcb_window_t* first = xcb_query_tree_children(tree.get());
     return {first, first + xcb_query_tree_children_length(tree.get())};
+}
+
+std::optional<XObserver::Rect> XObserver::geometry(xcb_window_t window) {
+    const Owned<xcb_get_geometry_reply_t> size(
+        xcb_get_geometry_reply(connection_, xcb_get_geometry(connection_, window), nullptr));
+    const Owned<xcb_translate_coordinates_reply_t> place(xcb_translate_coordinates_reply(
+        connection_, xcb_translate_coordinates(connection_, window, root_, 0, 0), nullptr));
+    if (!size || !place) return std::nullopt;
+    return Rect{place->dst_x, place->dst_y, size->width, size->height};
+}
+
+bool XObserver::viewable(xcb_window_t window) {
+    const Owned<xcb_get_window_attributes_reply_t> attributes(xcb_get_window_attributes_reply(
+        connection_, xcb_get_window_attributes(connection_, window), nullptr));
+    return attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
 }
 
 bool XObserver::owned(const std::string& selection) {

@@ -12,6 +12,7 @@ public:
     std::optional<std::string> frontmostApplication() override;
     std::optional<RunningApp> runningApp(const HookEvent& event) override;
     bool activate(const RunningApp& app) override;
+    bool composited() override;
 };
 
 } // namespace norrow

@@ -71,4 +71,9 @@ bool MacDesktop::activate(const RunningApp& app) {
     }
 }
 
+// The window server always composites.
+bool MacDesktop::composited() {
+    return true;
+}
+
 } // namespace norrow

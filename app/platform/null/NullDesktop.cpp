@@ -14,4 +14,8 @@ bool NullDesktop::activate(const RunningApp&) {
     return false;
 }
 
+bool NullDesktop::composited() {
+    return false;
+}
+
 } // namespace norrow

@@ -124,6 +124,15 @@ bool X11Desktop::activate(const RunningApp& app) {
     return found;
 }
 
+// A compositing manager owns the screen's _NET_WM_CM_Sn selection while it runs.
+bool X11Desktop::composited() {
+    if (!connected()) return false;
+    discardEvents();
+    const Owned<xcb_get_selection_owner_reply_t> owner(xcb_get_selection_owner_reply(
+        x_->xcb, xcb_get_selection_owner(x_->xcb, x_->ewmh._NET_WM_CM_Sn[x_->screen]), nullptr));
+    return owner && owner->owner != XCB_NONE;
+}
+
 std::vector<X11Desktop::Client> X11Desktop::clients(bool stacking) {
     auto& ewmh = x_->ewmh;
     const auto listCookie = stacking ? xcb_ewmh_get_client_list_stacking(&ewmh, x_->screen)

@@ -25,6 +25,7 @@ public:
     std::optional<std::string> frontmostApplication() override;
     std::optional<RunningApp> runningApp(const HookEvent& event) override;
     bool activate(const RunningApp& app) override;
+    bool composited() override;
 
 private:
     struct Connection;

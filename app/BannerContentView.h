@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QFont>
+#include <QPixmap>
+#include <QString>
+#include <QStringList>
+#include <QWidget>
+#include <functional>
+
+namespace norrow {
+
+// What a banner shows: the app's bell on the left and the summary beside it, wrapped onto at
+// most four lines, the last one cut with an ellipsis when the text goes on. It reports the
+// pointer coming and going and a press anywhere on it, icon and text included.
+class BannerContentView : public QWidget {
+    Q_OBJECT
+public:
+    static constexpr int iconSize = 36;
+    static constexpr int iconX = 11;
+    static constexpr int labelX = 57;
+    static constexpr int labelWidth = 276;
+    static constexpr int maximumLines = 4;
+    // Above and below the text together, and the least a banner is high.
+    static constexpr int verticalPadding = 22;
+    static constexpr int minimumHeight = 58;
+
+    BannerContentView(QString summary, QWidget* parent);
+
+    // The summary's font: the system's, 13 logical pixels high.
+    static QFont labelFont();
+    // Four lines' worth at most, otherwise what the wrapped text needs.
+    static int labelHeight(const QString& summary);
+    // The panel's height for `summary`: the label and its padding, never below the minimum.
+    static int panelHeight(const QString& summary);
+
+    const QString& summary() const { return summary_; }
+    // The lines as drawn.
+    const QStringList& lines() const { return lines_; }
+
+    std::function<void()> onClick;
+    std::function<void(bool inside)> onHover;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void enterEvent(QEnterEvent* event) override;
+    void leaveEvent(QEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+
+private:
+    QString summary_;
+    QStringList lines_;
+    QPixmap icon_;
+};
+
+} // namespace norrow

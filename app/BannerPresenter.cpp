@@ -1,0 +1,81 @@
+#include "app/BannerPresenter.h"
+
+#include "app/BannerPanel.h"
+
+#include <QCursor>
+#include <QGuiApplication>
+#include <QPropertyAnimation>
+#include <QScreen>
+#include <algorithm>
+
+namespace norrow {
+
+BannerPresenter::BannerPresenter(Desktop& desktop, BannerTimer::Factory timers)
+    : desktop_(desktop), timers_(std::move(timers)) {}
+
+BannerPresenter::~BannerPresenter() {
+    motion_.stop();
+    motion_.clear();
+}
+
+void BannerPresenter::show(const QString& summary, std::function<void()> onClick) {
+    while (banners_.size() >= maximumVisible) {
+        Banner* oldest = banners_.back();
+        banners_.pop_back();
+        oldest->dismiss();
+    }
+    auto* banner = new Banner(summary, std::move(onClick), desktop_.composited(), timers_, this);
+    connect(banner, &Banner::finished, this, &BannerPresenter::finished);
+    banners_.insert(banners_.begin(), banner);
+
+    frame_ = activeFrame();
+    banner->panel().move(places().front() + QPoint(slideDistance, 0));
+    banner->appear();
+    layOut();
+    banner->scheduleDismissal();
+}
+
+QRect BannerPresenter::activeFrame() {
+    QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
+    if (!screen) screen = QGuiApplication::primaryScreen();
+    if (!screen && !QGuiApplication::screens().isEmpty())
+        screen = QGuiApplication::screens().front();
+    return screen ? screen->availableGeometry() : QRect();
+}
+
+std::vector<QPoint> BannerPresenter::places() const {
+    std::vector<QPoint> out;
+    int top = frame_.top() + topMargin;
+    const int x = frame_.left() + frame_.width() - BannerPanel::width - rightMargin;
+    for (Banner* banner : banners_) {
+        out.emplace_back(x, top);
+        top += banner->panel().height() + spacing;
+    }
+    return out;
+}
+
+void BannerPresenter::layOut() {
+    // A new layout takes over from one still under way, from wherever the panels are now.
+    motion_.stop();
+    motion_.clear();
+    const auto targets = places();
+    for (std::size_t i = 0; i < banners_.size(); ++i) {
+        auto* move = new QPropertyAnimation(&banners_[i]->panel(), "pos");
+        move->setDuration(static_cast<int>(Banner::fadeInDuration.count()));
+        move->setEasingCurve(QEasingCurve::OutCubic);
+        move->setEndValue(targets[i]);
+        motion_.addAnimation(move);
+    }
+    motion_.start();
+}
+
+void BannerPresenter::finished(Banner* banner) {
+    const auto found = std::ranges::find(banners_, banner);
+    if (found != banners_.end()) {
+        banners_.erase(found);
+        layOut();
+    }
+    banner->deleteLater();
+}
+
+} // namespace norrow
