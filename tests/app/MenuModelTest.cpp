@@ -10,31 +10,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-std::string actionName(MenuAction action) {
-    switch (action) {
-    case MenuAction::returnToSession:
-        return "returnToSession";
-    case MenuAction::runInstall:
-        return "runInstall";
-    case MenuAction::runUninstall:
-        return "runUninstall";
-    case MenuAction::copyManualInstructions:
-        return "copyManualInstructions";
-    case MenuAction::chooseSound:
-        return "chooseSound";
-    case MenuAction::toggleRules:
-        return "toggleRules";
-    case MenuAction::chooseMinimumDuration:
-        return "chooseMinimumDuration";
-    case MenuAction::toggleOnlyIfAway:
-        return "toggleOnlyIfAway";
-    case MenuAction::openDownload:
-        return "openDownload";
-    case MenuAction::quit:
-        return "quit";
-    }
-    return "?";
-}
+// In the order of MenuAction.
+constexpr const char* actionNames[] = {
+    "returnToSession", "runInstall",  "runUninstall",          "copyManualInstructions",
+    "chooseSound",     "toggleRules", "chooseMinimumDuration", "toggleOnlyIfAway",
+    "openDownload",    "quit"};
 
 // One line per item: "[x]" when checked, "(off)" when disabled, the title, then the action
 // and the value it works on, the tool tip and the key; submenus indented.
@@ -47,7 +27,7 @@ void render(const std::vector<MenuItem>& items, std::vector<std::string>& lines,
         }
         std::string line =
             indent + (item.checked ? "[x] " : "") + (item.enabled ? "" : "(off) ") + item.title;
-        if (item.action) line += " => " + actionName(*item.action);
+        if (item.action) line += std::string(" => ") + actionNames[static_cast<int>(*item.action)];
         if (const auto* text = std::get_if<std::string>(&item.represented))
             line += "(" + *text + ")";
         if (const auto* number = std::get_if<double>(&item.represented))

@@ -112,15 +112,6 @@ TEST_F(NotifierTest, APreviewPlaysTheStylesSoundWhateverIsStored) {
                                         "play NorrowDone.wav"}));
 }
 
-TEST_F(NotifierTest, TheStyleIsStoredAsItsTextAndReadBack) {
-    for (const auto style :
-         {Notifier::SoundStyle::bell, Notifier::SoundStyle::silent, Notifier::SoundStyle::voice}) {
-        notifier.setStyle(style);
-        EXPECT_EQ(settings.string(SettingKey::soundStyle), QString::fromUtf8(rawValue(style)));
-        EXPECT_EQ(Notifier(settings, player, folder).style(), style);
-    }
-}
-
 TEST_F(NotifierTest, ASoundIsReadOnceAndRestartedEachTime) {
     settings.set(SettingKey::soundStyle, QStringLiteral("voice"));
     notifier.play(SummaryKind::needsYou);

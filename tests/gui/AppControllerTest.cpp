@@ -146,6 +146,14 @@ TEST_F(AppControllerTest, SetsUpClaudeCodeFollowsASessionThroughTheBridgeAndRemo
     EXPECT_TRUE(menu[1].starts_with("api  \u00b7  ")) << menu[1];
 
     {
+        // Cancelling the removal changes nothing.
+        test::DialogAnswerer answers({"Cancel"});
+        app->perform(chosen(MenuAction::runUninstall));
+        ASSERT_EQ(answers.seen.size(), 1u);
+    }
+    EXPECT_EQ(files::read(claude / "settings.json"), installed);
+    EXPECT_TRUE(fs::exists(claude / "norrow/bridge"));
+    {
         test::DialogAnswerer answers({"Remove", "OK"});
         app->perform(chosen(MenuAction::runUninstall));
         ASSERT_EQ(answers.seen.size(), 2u);
@@ -189,20 +197,6 @@ TEST_F(AppControllerTest, ASessionWhoseTerminalRunsCanBeBroughtForwardFromTheMen
     session->trigger();
     EXPECT_TRUE(test::settle([&] { return desktop->frontmostApplication() == xterm; }));
     terminal.stop(SIGTERM);
-}
-
-TEST_F(AppControllerTest, CancellingTheRemovalChangesNothing) {
-    auto app = startApp();
-    {
-        test::DialogAnswerer answers({"OK"});
-        app->perform(chosen(MenuAction::runInstall));
-    }
-    const std::string installed = *files::read(claude / "settings.json");
-    test::DialogAnswerer answers({"Cancel"});
-    app->perform(chosen(MenuAction::runUninstall));
-    ASSERT_EQ(answers.seen.size(), 1u);
-    EXPECT_EQ(files::read(claude / "settings.json"), installed);
-    EXPECT_TRUE(fs::exists(claude / "norrow/bridge"));
 }
 
 TEST_F(AppControllerTest, CopiesTheManualInstructionsWithThePortAndToken) {
