@@ -26,7 +26,7 @@ std::string LocalFileSystem::read(const std::filesystem::path& file) {
 void LocalFileSystem::write(const std::filesystem::path& file, std::string_view bytes) {
     const auto problem = files::writeAtomically(
         file, bytes,
-        {.temporaryName = {}, .mode = 0600, .keepPermissions = true, .followSymlinks = true});
+        {.temporaryStem = {}, .mode = 0600, .keepAttributes = true, .followSymlinks = true});
     if (problem) throw failure("could not write", problem->target, problem->error);
 }
 
