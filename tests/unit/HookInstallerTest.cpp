@@ -60,11 +60,34 @@ TEST(HookInstaller, ReplacesItsOwnOldEntriesAndRemovesThemAgain) {
               (Plan{std::nullopt, true, 1}));
 }
 
+TEST(HookInstaller, TakesOnlyCommandsThatAreABridgePathForItsOwn) {
+    const std::pair<std::string, bool> cases[] = {
+        {"/home/u/.claude/norrow/bridge", true},
+        {" ~/.claude/norrow/bridge\n", true},
+        {"'/Users/a b/.claude/norrow/bridge'", true},
+        {"\"/Users/a b/.claude/norrow/bridge\"", true},
+        {"/opt/tool/norrow/bridge-helper", false},
+        {"/opt/tool/norrow/bridge --relay", false},
+        {"logger -t hook; /home/u/.claude/norrow/bridge", false},
+        {"\"/x/norrow/bridge\" | tee log", false},
+        {"'/x/hook' && '/x/norrow/bridge'", false},
+    };
+    for (const auto& [command, own] : cases) {
+        const std::string document =
+            R"({"hooks": {"Stop": [{"hooks": [{"command": )" + json(command).dump() + "}]}]}}";
+        EXPECT_EQ(HookInstaller::planRemoval(document).alreadyCorrect, !own) << command;
+        const auto installed =
+            json::parse(*HookInstaller::planInstall(document, bridge).updatedDocument);
+        EXPECT_EQ(installed["hooks"]["Stop"].size(), own ? 1u : 2u) << command;
+    }
+}
+
 TEST(HookInstaller, RefusesWhatClaudeCodeWouldNotRead) {
     const std::string notJSON = "settings.json is not valid JSON, so it will not be modified: ";
     const std::string notObject = notJSON + "top level is not a JSON object";
-    const std::string trailing = "' \u2014 valid to lenient JSON readers but not to the parser Claude Code "
-                                 "uses, so this file will not be modified";
+    const std::string trailing =
+        "' \u2014 valid to lenient JSON readers but not to the parser Claude Code "
+        "uses, so this file will not be modified";
     const std::pair<std::string, std::string> cases[] = {
         {"{\"a\": [1, 2,\n]}", notJSON + "trailing comma before ']" + trailing},
         {"{\"a\": 1, \u2028}", notJSON + "trailing comma before '}" + trailing},
@@ -73,6 +96,9 @@ TEST(HookInstaller, RefusesWhatClaudeCodeWouldNotRead) {
         {"{\"a\": 1} // note", notObject},
         {"{\"a\": \"\xff\"}", notObject},
         {"{\"a\":" + std::string(600, '[') + std::string(600, ']') + "}", notObject},
+        {"{\"hooks\": {}, \"\\u0068ooks\": {}}",
+         "settings.json has more than one top-level \"hooks\" member and Claude Code reads only "
+         "the last, so it will not be modified. Merge them into one, then try again."},
     };
     for (const auto& [document, description] : cases)
         EXPECT_EQ(failure([&] { HookInstaller::planInstall(document, bridge); }), description)
