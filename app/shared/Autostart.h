@@ -54,8 +54,8 @@ public:
 
     Status status() const;
     // Makes `program` start at login: on Linux an absolute path, by default the `norrow` beside
-    // the running program; on macOS always this app's bundle. Files the user's failures as
-    // AutostartError, and the file system's as std::runtime_error, both with words for the user.
+    // the running program; on macOS always this app's bundle. What the user can set right
+    // throws AutostartError, a failing file system std::runtime_error, both worded for the user.
     Change enable(const std::filesystem::path& program);
     Change disable();
 

@@ -17,17 +17,19 @@ namespace {
 
 using Option = const CLI::Option*;
 
+std::string joined(const std::vector<std::string>& words) {
+    std::string out;
+    for (const auto& word : words)
+        out += (out.empty() ? "" : " ") + word;
+    return out;
+}
+
 // One command of the table: the words that name it and its node.
 struct Command {
     std::vector<std::string> words;
     const CLI::App* app;
 
-    std::string name() const {
-        std::string out;
-        for (const auto& word : words)
-            out += (out.empty() ? "" : " ") + word;
-        return out;
-    }
+    std::string name() const { return joined(words); }
     std::vector<const CLI::App*> subcommands() const {
         return app->get_subcommands(std::function<bool(const CLI::App*)>());
     }
@@ -139,13 +141,6 @@ std::string manPage(const std::vector<Command>& commands, const std::string& ver
     return page;
 }
 
-std::string joined(const std::vector<std::string>& words) {
-    std::string out;
-    for (const auto& word : words)
-        out += (out.empty() ? "" : " ") + word;
-    return out;
-}
-
 // What completes after a command: its subcommands, and its options' names.
 struct Choices {
     std::vector<std::string> commands;
@@ -170,10 +165,10 @@ Choices choices(const Command& command) {
 }
 
 // A shell case pattern list, each word quoted: "a" | "b".
-std::string patterns(const std::vector<std::string>& words, const std::string& separator) {
+std::string patterns(const std::vector<std::string>& words) {
     std::string out;
     for (const auto& word : words)
-        out += (out.empty() ? "\"" : "\"" + separator + "\"") + word;
+        out += (out.empty() ? "\"" : "\" | \"") + word;
     return out + "\"";
 }
 
@@ -192,22 +187,21 @@ struct Shell {
 };
 
 std::string completion(const std::vector<Command>& commands, const Shell& shell) {
-    std::vector<std::string> parents;
-    for (const auto& command : commands)
-        if (!command.subcommands().empty())
-            for (const auto* sub : command.subcommands())
-                parents.push_back(command.name() + " " + sub->get_name());
+    // A word names a subcommand when it and the command so far make up a known command.
+    std::vector<std::string> subcommands;
+    for (auto command = commands.begin() + 1; command != commands.end(); ++command)
+        subcommands.push_back(command->name());
     std::string script = shell.header;
     script += shell.walk;
-    script += "        case \"$cmd $word\" in\n        " + shell.caseOpen +
-              patterns(parents, " | ") + ") cmd=\"$cmd $word\" ;;\n        esac\n    done\n";
+    script += "        case \"$cmd $word\" in\n        " + shell.caseOpen + patterns(subcommands) +
+              ") cmd=\"$cmd $word\" ;;\n        esac\n    done\n";
 
     std::vector<std::string> valued;
     for (const auto& command : commands)
         for (const auto& option : choices(command).valued)
             valued.push_back(command.name() + " " + option);
     script += "    case \"$cmd " + shell.previousWord + "\" in\n    " + shell.caseOpen +
-              patterns(valued, " | ") + ") " + shell.files + " ;;\n    esac\n";
+              patterns(valued) + ") " + shell.files + " ;;\n    esac\n";
 
     script += "    case \"$cmd\" in\n";
     for (const auto& command : commands) {
@@ -263,7 +257,8 @@ const Shell zsh{
 };
 
 void write(const char* file, const std::string& text) {
-    if (const auto failure = norrow::files::writeAtomically(file, text, {.mode = 0644}))
+    if (const auto failure =
+            norrow::files::writeAtomically(file, text, {.temporaryName = {}, .mode = 0644}))
         throw std::runtime_error(std::string("could not write ") + file + ": " +
                                  std::strerror(failure->error));
 }
