@@ -3,7 +3,7 @@ PRESET ?= default
 BUILD := build/$(PRESET)
 FUZZ_SECONDS ?= 600
 
-.PHONY: all deps configure build run test bench fuzz tsan asan format clean
+.PHONY: all deps configure build run test package bench fuzz tsan asan format clean
 
 all: build
 
@@ -24,6 +24,11 @@ run: build
 
 test: build
 	@ctest --preset $(PRESET) -j2
+
+# The Debian package (on macOS a disk image with the app), checked with lintian where there is one.
+package: build
+	@cmake --build $(BUILD) --target package
+	@if command -v lintian >/dev/null 2>&1; then lintian --fail-on error $(BUILD)/norrow_*.deb; fi
 
 asan:
 	@$(MAKE) test PRESET=asan

@@ -25,6 +25,8 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("qelvane"));
     QApplication::setApplicationName(QStringLiteral("Norrow"));
+    // Ties the windows to the installed launcher entry and its icon.
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.qelvane.Norrow"));
     QApplication::setQuitOnLastWindowClosed(false);
 
     const SingleInstance instance;

@@ -33,9 +33,11 @@ void printJson(const nlohmann::json& value) {
 
 ClaudeFolderOption::ClaudeFolderOption(CLI::App* command)
     : value_(std::make_shared<std::optional<std::string>>()) {
-    command->add_option_function<std::string>(
-        "--claude-folder", [value = value_](const std::string& folder) { *value = folder; },
-        "Claude Code folder (default: the app's, ~/.claude unless overridden)");
+    command
+        ->add_option_function<std::string>(
+            "--claude-folder", [value = value_](const std::string& folder) { *value = folder; },
+            "Claude Code folder (default: the app's, ~/.claude unless overridden)")
+        ->type_name("DIR");
 }
 
 std::filesystem::path ClaudeFolderOption::folder() const {
@@ -50,6 +52,31 @@ nlohmann::ordered_json orNull(const std::optional<std::string>& text) {
 int refuse(const std::string& description) {
     std::cerr << description << '\n' << std::flush;
     return refused;
+}
+
+int refusing(const std::function<int()>& action) {
+    try {
+        return action();
+    } catch (const std::exception& e) {
+        return refuse(e.what());
+    }
+}
+
+std::unique_ptr<CLI::App> commandTable(int& status) {
+    auto app = std::make_unique<CLI::App>(
+        "Norrow's command-line tool: the listener without a window, summaries, Claude Code's "
+        "hooks, and starting Norrow at login",
+        "norrowctl");
+    app->require_subcommand(1);
+    app->footer("Exit status: 0 success; 1 the input was refused, with the reason on standard "
+                "error; 2 usage error. Every command has --help.");
+    addServeCommand(*app, status);
+    addHooksCommands(*app, status);
+    addSessionCommands(*app, status);
+    addSummaryCommands(*app, status);
+    addVersionCommands(*app, status);
+    addAutostartCommands(*app, status);
+    return app;
 }
 
 } // namespace norrow::cli

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -12,6 +13,10 @@ namespace norrow::cli {
 // Exit statuses of every subcommand.
 enum Status : int { success = 0, refused = 1, usage = 2 };
 
+// The whole command table with its help texts: what norrowctl parses, and what its manual page
+// and shell completions are written from. The callbacks store the exit status in `status`.
+std::unique_ptr<CLI::App> commandTable(int& status);
+
 // Each group of subcommands adds itself to the application; its callbacks store the exit
 // status in `status`.
 void addServeCommand(CLI::App& app, int& status);
@@ -19,6 +24,7 @@ void addHooksCommands(CLI::App& app, int& status);
 void addSessionCommands(CLI::App& app, int& status);
 void addSummaryCommands(CLI::App& app, int& status);
 void addVersionCommands(CLI::App& app, int& status);
+void addAutostartCommands(CLI::App& app, int& status);
 
 // The named file's bytes, or standard input's when `file` is empty. Throws
 // std::runtime_error with a message for the user when the file cannot be read.
@@ -41,5 +47,7 @@ private:
 
 // Writes the description to standard error; gives `refused`.
 int refuse(const std::string& description);
+// Runs `action`, turning any refusal into its description on stderr and status 1.
+int refusing(const std::function<int()>& action);
 
 } // namespace norrow::cli

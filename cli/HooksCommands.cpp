@@ -1,9 +1,9 @@
 #include "app/shared/ClaudeFolder.h"
 #include "app/shared/Credentials.h"
 #include "app/shared/SecretStore.h"
+#include "app/shared/Settings.h"
 #include "app/shared/SetupAlert.h"
 #include "app/shared/SetupCoordinator.h"
-#include "app/shared/Settings.h"
 #include "cli/Cli.h"
 #include "core/BridgeConfig.h"
 #include "core/HookInstaller.h"
@@ -18,15 +18,6 @@ namespace norrow::cli {
 namespace {
 
 using ordered_json = nlohmann::ordered_json;
-
-// Runs `action`, turning any refusal into its description on stderr and status 1.
-int refusing(const std::function<int()>& action) {
-    try {
-        return action();
-    } catch (const std::exception& e) {
-        return refuse(e.what());
-    }
-}
 
 ordered_json range(JSONSplice::Range r) {
     return ordered_json::array({r.start, r.end});
@@ -57,7 +48,8 @@ void addJsonCommands(CLI::App& app, int& status) {
     auto* set = json->add_subcommand("set", "Replace or insert the member KEY");
     set->add_option("KEY", *key)->required();
     set->add_option("VALUE", *value, "The value as JSON text, inserted verbatim")->required();
-    set->add_option("--indent", *indent, "Indentation when the document shows none");
+    set->add_option("--indent", *indent, "Indentation when the document shows none")
+        ->type_name("STR");
     set->callback([key, value, indent, &status] {
         status = refusing([&] {
             std::cout << JSONSplice::set(*key, *value, readInput(), *indent) << std::flush;
@@ -83,8 +75,7 @@ void printPlan(const HookInstaller::Plan& plan) {
 
 // The port and token to install with: those the running listener published, else the
 // remembered port and the stored token. None when there is no port to point at.
-std::optional<BridgeConfig> connection(const std::filesystem::path& folder,
-                                       Settings& settings) {
+std::optional<BridgeConfig> connection(const std::filesystem::path& folder, Settings& settings) {
     if (auto published = BridgeConfig::read(BridgeConfig::location(folder));
         published && published->port != 0)
         return published;
@@ -163,7 +154,8 @@ void addHooksGroup(CLI::App& app, int& status) {
     auto bridge = std::make_shared<std::string>();
     auto* install = plan->add_subcommand("install", "Plan installing the hooks");
     install->add_option("--bridge", *bridge, "Absolute path of the installed bridge script")
-        ->required();
+        ->required()
+        ->type_name("PATH");
     install->callback([bridge, &status] {
         status = refusing([&] {
             printPlan(HookInstaller::planInstall(readInput(), *bridge));

@@ -107,10 +107,13 @@ void addServeCommand(CLI::App& app, int& status) {
         ->add_option_function<int>(
             "--port", [options](const int& port) { options->port = port; },
             "Preferred port (0: any free port)")
-        ->check(CLI::Range(0, 65535));
-    serve->add_option_function<std::string>(
-        "--token", [options](const std::string& t) { options->token = t; },
-        "Bearer token to demand (default: the stored bridge token)");
+        ->check(CLI::Range(0, 65535))
+        ->type_name("N");
+    serve
+        ->add_option_function<std::string>(
+            "--token", [options](const std::string& t) { options->token = t; },
+            "Bearer token to demand (default: the stored bridge token)")
+        ->type_name("TOKEN");
     const ClaudeFolderOption folder(serve);
     serve->add_flag("--json", options->json, "Print every accepted event as one JSON line");
     serve->callback([options, folder, &status] {

@@ -29,9 +29,11 @@ void addSummarize(CLI::App& app, int& status) {
     auto duration = std::make_shared<std::optional<Seconds>>();
     auto markdown = std::make_shared<bool>(false);
     auto banner = std::make_shared<bool>(false);
-    command->add_option_function<double>(
-        "--duration", [duration](const double& seconds) { *duration = Seconds(seconds); },
-        "The turn's length in seconds");
+    command
+        ->add_option_function<double>(
+            "--duration", [duration](const double& seconds) { *duration = Seconds(seconds); },
+            "The turn's length in seconds")
+        ->type_name("SECONDS");
     command->add_flag("--markdown", *markdown,
                       "Standard input is the agent's Markdown message itself");
     command->add_flag("--banner", *banner,
@@ -123,7 +125,8 @@ void addLint(CLI::App& app, int& status) {
             "The lead the summary was cut from; adds the length checks")
         ->needs(summaryOption);
     command->add_option("--limit", *limit, "Length limit in characters for the length checks")
-        ->needs(summaryOption);
+        ->needs(summaryOption)
+        ->type_name("N");
     command->add_option("FILE", *files, "Markdown files whose summaries to check")
         ->excludes(summaryOption);
     command->require_option(1, 0);

@@ -32,9 +32,11 @@ void addVersionCommands(CLI::App& app, int& status) {
     auto running = std::make_shared<std::optional<std::string>>();
     stale->add_option_function<std::string>("REPORTED",
                                             [reported](const std::string& v) { *reported = v; });
-    stale->add_option_function<std::string>(
-        "--current", [running](const std::string& v) { *running = v; },
-        "The running version (default: this build's)");
+    stale
+        ->add_option_function<std::string>(
+            "--current", [running](const std::string& v) { *running = v; },
+            "The running version (default: this build's)")
+        ->type_name("VERSION");
     stale->callback([reported, running, &status] {
         const std::string current = running->value_or(AppVersion::current());
         std::cout << (AppVersion::bridgeIsStale(*reported, current) ? "true" : "false") << '\n';

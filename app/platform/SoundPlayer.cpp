@@ -28,7 +28,9 @@ std::filesystem::path SoundPlayer::bundledSounds() {
     std::error_code error;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
     if (error) return {};
-    return program.parent_path() / "sounds";
+    const auto beside = program.parent_path() / "sounds";
+    if (std::filesystem::is_directory(beside, error)) return beside;
+    return (program.parent_path() / NORROW_INSTALLED_SOUNDS).lexically_normal();
 }
 
 #endif

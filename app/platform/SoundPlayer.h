@@ -37,8 +37,9 @@ public:
 
     // The player for this system.
     static std::unique_ptr<SoundPlayer> create();
-    // Where the app's own sounds are: beside the program in a folder "sounds" on Linux (the
-    // build puts them there), the bundle's resources on macOS.
+    // Where the app's own sounds are: on Linux beside the program in a folder "sounds" (the
+    // build puts them there), else in share/norrow/sounds next to the installed program's
+    // folder; the bundle's resources on macOS.
     static std::filesystem::path bundledSounds();
 };
 
