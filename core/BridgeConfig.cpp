@@ -1,6 +1,7 @@
 #include "core/BridgeConfig.h"
 
 #include "core/Files.h"
+#include "core/StrictJson.h"
 
 #include <cerrno>
 #include <cstring>
@@ -81,7 +82,7 @@ void BridgeConfig::write(std::uint16_t port, const std::string& token,
 std::optional<BridgeConfig> BridgeConfig::read(const std::filesystem::path& file) {
     const auto text = files::read(file);
     if (!text) return std::nullopt;
-    const nlohmann::json object = nlohmann::json::parse(*text, nullptr, false);
+    const nlohmann::json object = StrictJson::parse(*text);
     if (!object.is_object()) return std::nullopt;
     const auto token = object.find("token");
     if (token == object.end() || !token->is_string() ||

@@ -2,6 +2,7 @@
 
 #include "core/Graphemes.h"
 #include "core/JSONSplice.h"
+#include "core/StrictJson.h"
 
 #include <algorithm>
 #include <charconv>
@@ -19,19 +20,11 @@ constexpr std::array<std::string_view, 7> preferredKeys{"matcher", "hooks",   "t
 // Deeper documents are refused rather than risk exhausting the stack while rendering.
 constexpr int maximumDepth = 512;
 
-struct TooDeep {};
-
 // Strict parsing, the last of duplicate keys winning; none when the text is not JSON.
 std::optional<json> parseJson(std::string_view text) {
-    try {
-        return json::parse(text, [](int depth, json::parse_event_t, json&) {
-            if (depth > maximumDepth) throw TooDeep{};
-            return true;
-        });
-    } catch (const json::exception&) {
-    } catch (const TooDeep&) {
-    }
-    return std::nullopt;
+    json value = StrictJson::parse(text, maximumDepth);
+    if (value.is_discarded()) return std::nullopt;
+    return value;
 }
 
 std::optional<json> parseObject(std::string_view document) {

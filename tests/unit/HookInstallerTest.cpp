@@ -63,8 +63,9 @@ TEST(HookInstaller, ReplacesItsOwnOldEntriesAndRemovesThemAgain) {
 TEST(HookInstaller, RefusesWhatClaudeCodeWouldNotRead) {
     const std::string notJSON = "settings.json is not valid JSON, so it will not be modified: ";
     const std::string notObject = notJSON + "top level is not a JSON object";
-    const std::string trailing = "' \u2014 valid to lenient JSON readers but not to the parser Claude Code "
-                                 "uses, so this file will not be modified";
+    const std::string trailing =
+        "' \u2014 valid to lenient JSON readers but not to the parser Claude Code "
+        "uses, so this file will not be modified";
     const std::pair<std::string, std::string> cases[] = {
         {"{\"a\": [1, 2,\n]}", notJSON + "trailing comma before ']" + trailing},
         {"{\"a\": 1, \u2028}", notJSON + "trailing comma before '}" + trailing},
@@ -72,6 +73,7 @@ TEST(HookInstaller, RefusesWhatClaudeCodeWouldNotRead) {
         {"[]", notObject},
         {"{\"a\": 1} // note", notObject},
         {"{\"a\": \"\xff\"}", notObject},
+        {std::string("{\"a\": 1}\0{", 10), notObject},
         {"{\"a\":" + std::string(600, '[') + std::string(600, ']') + "}", notObject},
     };
     for (const auto& [document, description] : cases)
@@ -93,6 +95,8 @@ TEST(HookInstaller, VerifiesThatOnlyHooksChanged) {
         {R"({"a": 1, "b": {"x": [1, "y"]}, "c": null})", outside},
         {R"({"a": 1, "b": {"x": ["y", 1]}})", outside},
         {R"([1])", failed + "result does not parse"},
+        {std::string(R"({"a": 1, "b": {"x": [1, "y"]}})") + '\0' + "junk",
+         failed + "result does not parse"},
     };
     for (const auto& [after, description] : cases)
         EXPECT_EQ(failure([&] { HookInstaller::verify(before, after); }), description) << after;

@@ -47,6 +47,8 @@ TEST(RequestProtocol, RepliesTable) {
         {request(std::string("Bearer ") + kToken, R"({"hook_event_name":"PreToolUse"})"),
          {422, "undecodable event"}},
         {request(std::string("Bearer ") + kToken, "nonsense"), {422, "undecodable event"}},
+        {request(std::string("Bearer ") + kToken, std::string(kStop) + '\0' + "tail"),
+         {422, "undecodable event"}},
         {"POST /v1/event\r\nAuthorization: Bearer s3cret-token\r\nContent-Length: abc\r\n\r\n{}",
          {422, "undecodable event"}},
     };
