@@ -20,9 +20,14 @@ constexpr std::array<std::string_view, 7> preferredKeys{"matcher", "hooks",   "t
 // Deeper documents are refused rather than risk exhausting the stack while rendering.
 constexpr int maximumDepth = 512;
 
+struct TooDeep {};
+
 // Strict parsing, the last of duplicate keys winning; none when the text is not JSON.
 std::optional<json> parseJson(std::string_view text) {
-    json value = StrictJson::parse(text, maximumDepth);
+    json value = StrictJson::parse(text, [](int depth, json::parse_event_t, json&) {
+        if (depth > maximumDepth) throw TooDeep{};
+        return true;
+    });
     if (value.is_discarded()) return std::nullopt;
     return value;
 }
