@@ -34,7 +34,12 @@ AppController::AppController(Settings& settings, SecretStore& keychain, Desktop&
       updates_(std::move(transport), options_.version, &std::chrono::system_clock::now,
                options_.updateEndpoint),
       player_(SoundPlayer::create()), notifier_(settings, *player_, options_.sounds),
-      banners_(desktop, options_.bannerTimers) {}
+      banners_(desktop, options_.bannerTimers) {
+    // A burst of events redraws the menu once, after the banners are up.
+    menuRefresh_.setSingleShot(true);
+    menuRefresh_.setInterval(0);
+    connect(&menuRefresh_, &QTimer::timeout, this, &AppController::refreshMenu);
+}
 
 AppController::~AppController() {
     stop();
@@ -116,13 +121,13 @@ void AppController::refreshMenu() {
 void AppController::handle(const HookEvent& event) {
     const auto outcome =
         events_.handle(event, desktop_.frontmostApplication(), std::chrono::system_clock::now());
-    if (outcome.menuChanged) refreshMenu();
     if (const auto& alert = outcome.alert) {
-        auto action = bannerAction(alert->event);
+        // The banner first: it is what the user waits for.
+        banners_.show(QString::fromStdString(alert->result.text), bannerAction(alert->event));
         notifier_.play(alert->result.kind);
         emit alerted(*alert);
-        banners_.show(QString::fromStdString(alert->result.text), std::move(action));
     }
+    if (outcome.menuChanged) menuRefresh_.start();
 }
 
 std::function<void()> AppController::bannerAction(const HookEvent& event) {

@@ -18,6 +18,7 @@
 #include "core/SessionNames.h"
 
 #include <QObject>
+#include <QTimer>
 #include <QUrl>
 #include <filesystem>
 #include <functional>
@@ -102,6 +103,7 @@ private:
     std::unique_ptr<SoundPlayer> player_;
     Notifier notifier_;
     BannerPresenter banners_;
+    QTimer menuRefresh_;
     bool reportedState_ = false;
 };
 

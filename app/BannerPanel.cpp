@@ -22,9 +22,11 @@ QColor mixed(const QColor& from, const QColor& to, double share) {
 
 } // namespace
 
+// Out of the window manager's hands on X11: it stays exactly where it is put, is never framed
+// or focused, and comes up without a round trip through the manager.
 BannerPanel::BannerPanel(int height, bool composited)
     : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
-                           Qt::WindowDoesNotAcceptFocus),
+                           Qt::WindowDoesNotAcceptFocus | Qt::X11BypassWindowManagerHint),
       composited_(composited) {
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_X11NetWmWindowTypeNotification);

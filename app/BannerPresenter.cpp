@@ -1,5 +1,6 @@
 #include "app/BannerPresenter.h"
 
+#include "app/BannerContentView.h"
 #include "app/BannerPanel.h"
 
 #include <QCursor>
@@ -11,7 +12,11 @@
 namespace norrow {
 
 BannerPresenter::BannerPresenter(Desktop& desktop, BannerTimer::Factory timers)
-    : desktop_(desktop), timers_(std::move(timers)) {}
+    : desktop_(desktop), timers_(std::move(timers)) {
+    // Measuring text loads the font database, which takes tens of milliseconds: now, rather
+    // than in front of the first banner.
+    BannerContentView::panelHeight(QString());
+}
 
 BannerPresenter::~BannerPresenter() {
     motion_.stop();

@@ -2,14 +2,16 @@
 //  (1) time from starting the program until its listener accepts a connection,
 //  (2) resident memory when idle and after 1,000 hook events posted over HTTP,
 //  (3) CPU time and context switches over an idle period (nothing but timer ticks expected),
-//  (4) time from a finished turn's request to its banner's window being mapped, and resident
-//      memory after 1,000 banners shown and dismissed against after 10.
+//  (4) time from a finished turn's request to its banner's window being mapped (each alert's
+//      sound playing on a private sound server), and resident memory after 1,000 banners shown
+//      and dismissed against after 10.
 // Prints plain figures; nothing is enforced.
 //
 //   bench_app [idle seconds]    (default 60, or BENCH_IDLE_SECONDS; also BENCH_STARTS, default
 //                               20, BENCH_EVENTS, default 1000, and BENCH_BANNERS, default 200)
 #include "Percentile.h"
 #include "support/Process.h"
+#include "support/PulseServer.h"
 #include "support/TempDir.h"
 #include "support/VirtualDisplay.h"
 #include "support/XObserver.h"
@@ -183,9 +185,10 @@ struct Usage {
 // settings and never into the user's own keychain.
 class Home {
 public:
-    // `settings`: further lines of the app's settings file.
-    Home(std::uint16_t port, const std::string& display, const std::string& settings = "")
-        : port_(port), display_(display) {
+    // `settings`: further lines of the app's settings file; `more`: further environment.
+    Home(std::uint16_t port, const std::string& display, const std::string& settings = "",
+         Environment more = {})
+        : port_(port), display_(display), more_(std::move(more)) {
         fs::create_directories(folder_ / "runtime");
         fs::permissions(folder_ / "runtime", fs::perms::owner_all);
         fs::create_directories(folder_ / "config/qelvane");
@@ -198,13 +201,16 @@ public:
     }
 
     Environment environment() const {
-        return {{"HOME", folder_.path().string()},
-                {"XDG_CONFIG_HOME", (folder_ / "config").string()},
-                {"XDG_RUNTIME_DIR", (folder_ / "runtime").string()},
-                {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (folder_ / "no-bus").string()},
-                {"DISPLAY", display_},
-                {"WAYLAND_DISPLAY", ""},
-                {"NORROW_DEBUG", "1"}};
+        Environment environment = more_;
+        environment.insert(
+            {{"HOME", folder_.path().string()},
+             {"XDG_CONFIG_HOME", (folder_ / "config").string()},
+             {"XDG_RUNTIME_DIR", (folder_ / "runtime").string()},
+             {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (folder_ / "no-bus").string()},
+             {"DISPLAY", display_},
+             {"WAYLAND_DISPLAY", ""},
+             {"NORROW_DEBUG", "1"}});
+        return environment;
     }
     fs::path claude() const { return folder_ / "claude"; }
     std::uint16_t port() const { return port_; }
@@ -213,6 +219,7 @@ private:
     TempDir folder_;
     std::uint16_t port_;
     std::string display_;
+    Environment more_;
 };
 
 // The app started by this program, with its port and token as it printed them.
@@ -464,7 +471,10 @@ int main(int argc, char** argv) {
         postEvents(app, home, static_cast<std::size_t>(events));
         app.printMemory("after " + std::to_string(events) + " events, idle:");
 
-        const Home announcing(freePort(), session.display(), "rule.enabled=false\n");
+        // Every turn announced, with its sound, as on a desktop with a sound server.
+        const norrow::test::PulseServer sound;
+        const Home announcing(freePort(), session.display(), "rule.enabled=false\n",
+                              sound.environment());
         App shower(announcing);
         shower.readPortAndToken(announcing.port());
         std::this_thread::sleep_for(settleAfterStart);

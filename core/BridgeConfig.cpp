@@ -58,7 +58,7 @@ void BridgeConfig::write(std::uint16_t port, const std::string& token,
                                                            failure->path.string() + ": " +
                                                            std::strerror(failure->error));
     const auto failure = files::writeAtomically(file, render(port, token),
-                                                {.temporaryName = "config.json.new", .mode = 0600});
+                                                {.temporaryStem = "config.json.new", .mode = 0600});
     if (!failure) return;
     if (failure->step == files::AtomicWriteFailure::Step::rename)
         throw ConfigError(ConfigError::Case::writeFailed,

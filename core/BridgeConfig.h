@@ -30,7 +30,8 @@ struct BridgeConfig {
 
     // The file's exact bytes: compact, keys sorted, no trailing newline.
     static std::string render(std::uint16_t port, const std::string& token);
-    // Writes atomically through "config.json.new": mode 0600 in a 0700 folder.
+    // Writes atomically through a uniquely named "config.json.new.XXXXXX", so that concurrent
+    // writers never collide: mode 0600 in a 0700 folder.
     static void write(std::uint16_t port, const std::string& token,
                       const std::filesystem::path& file);
     static std::optional<BridgeConfig> read(const std::filesystem::path& file);

@@ -29,23 +29,32 @@ std::optional<FolderFailure> makePrivateFolder(const std::filesystem::path& fold
 
 // How writeAtomically goes about it.
 struct AtomicWrite {
-    // The temporary file's name in the target's folder; when empty, a fresh unique name
-    // made from the target's own (".settings.json.XXXXXX").
-    std::string temporaryName;
+    // The temporary file's name in the target's folder, before the unique suffix (".XXXXXX")
+    // that keeps concurrent writers apart; when empty, "." and the target's own name.
+    std::string temporaryStem{};
     // The permissions of the new file.
     mode_t mode = 0600;
-    // A file being replaced keeps its own permissions instead of `mode`.
-    bool keepPermissions = false;
+    // A file being replaced keeps its own permissions, owner and group instead of `mode`
+    // and the writer's; when they cannot be kept, nothing is replaced.
+    bool keepAttributes = false;
     // A symbolic link is followed, so that the file it names is replaced, not the link.
     bool followSymlinks = false;
+    // A file with further hard links is rewritten in place, so that every name keeps seeing
+    // it; that one write is not atomic.
+    bool keepLinks = false;
+    // When set, the file is replaced only while it still holds these bytes, checked once the
+    // new bytes are on disk, just before they take its place.
+    std::optional<std::string_view> expected{};
 };
 
 // On failure, the step that failed, its error number, and the paths involved.
 struct AtomicWriteFailure {
     enum class Step {
-        create, // the temporary file could not be made
-        write,  // its permissions, bytes, flush or close failed
-        rename, // it could not take the target's place
+        create,  // the temporary file could not be made
+        owner,   // the replaced file's owner and group could not be kept
+        write,   // its permissions, bytes or flush failed
+        changed, // the file no longer held the expected bytes; nothing was written
+        rename,  // it could not take the target's place
     };
     Step step = Step::create;
     int error = 0;
@@ -56,7 +65,8 @@ struct AtomicWriteFailure {
 
 // Replaces `file` with `bytes` through a temporary file in the same folder, flushed to
 // disk and then renamed over it, so that a reader sees the old bytes or the new ones.
-// A temporary file is never left behind.
+// A temporary file is never left behind, and those of earlier writers that were killed
+// before they could remove theirs are removed first.
 std::optional<AtomicWriteFailure> writeAtomically(const std::filesystem::path& file,
                                                   std::string_view bytes,
                                                   const AtomicWrite& how = {});

@@ -23,11 +23,16 @@ constexpr int maximumDepth = 512;
 struct TooDeep {};
 
 // Strict parsing, the last of duplicate keys winning; none when the text is not JSON.
-std::optional<json> parseJson(std::string_view text) {
-    json value = StrictJson::parse(text, [](int depth, json::parse_event_t, json&) {
-        if (depth > maximumDepth) throw TooDeep{};
-        return true;
-    });
+// `hooksMembers`, when given, counts the top-level members named "hooks".
+std::optional<json> parseJson(std::string_view text, int* hooksMembers = nullptr) {
+    json value =
+        StrictJson::parse(text, [hooksMembers](int depth, json::parse_event_t event, json& parsed) {
+            if (depth > maximumDepth) throw TooDeep{};
+            if (hooksMembers != nullptr && event == json::parse_event_t::key && depth == 1 &&
+                parsed == "hooks")
+                ++*hooksMembers;
+            return true;
+        });
     if (value.is_discarded()) return std::nullopt;
     return value;
 }
@@ -38,10 +43,14 @@ std::optional<json> parseObject(std::string_view document) {
     return std::nullopt;
 }
 
+// The splice edits the first "hooks" member and Claude Code reads the last, so a document
+// with two is refused rather than edited to no effect.
 json parseDocument(std::string_view document, const std::string& failure) {
     rejectTrailingCommas(document);
-    auto value = parseObject(document);
-    if (!value) throw InstallError::notJSON(failure);
+    int hooksMembers = 0;
+    auto value = parseJson(document, &hooksMembers);
+    if (!value || !value->is_object()) throw InstallError::notJSON(failure);
+    if (hooksMembers > 1) throw InstallError::duplicateHooks();
     return std::move(*value);
 }
 
@@ -144,11 +153,28 @@ json groupsOf(const json& hooks, std::string_view event) {
     return allObjects ? *it : json::array();
 }
 
+// Ours is a command that is nothing but the path of a bridge script, quoted or not; a longer
+// command that merely mentions such a path belongs to another tool.
+bool isOwnCommand(std::string_view command) {
+    constexpr std::string_view space = " \t\n\r";
+    const auto first = command.find_first_not_of(space);
+    if (first == std::string_view::npos) return false;
+    command = command.substr(first, command.find_last_not_of(space) - first + 1);
+    const char quote = command.front();
+    if (command.size() >= 2 && (quote == '"' || quote == '\'') && command.back() == quote) {
+        command = command.substr(1, command.size() - 2);
+        if (command.find(quote) != std::string_view::npos) return false;
+    } else if (command.find_first_of(space) != std::string_view::npos) {
+        return false;
+    }
+    return command.ends_with(marker);
+}
+
 bool isOwnEntry(const json& entry) {
     if (!entry.is_object()) return false;
     const auto command = entry.find("command");
     return command != entry.end() && command->is_string() &&
-           command->get_ref<const std::string&>().find(marker) != std::string::npos;
+           isOwnCommand(command->get_ref<const std::string&>());
 }
 
 struct Filtered {
@@ -203,6 +229,12 @@ InstallError InstallError::notJSON(const std::string& detail) {
 
 InstallError InstallError::verificationFailed(const std::string& detail) {
     return {Case::verificationFailed, "the file was written but failed verification: " + detail};
+}
+
+InstallError InstallError::duplicateHooks() {
+    return {Case::duplicateHooks,
+            "settings.json has more than one top-level \"hooks\" member and Claude Code reads only "
+            "the last, so it will not be modified. Merge them into one, then try again."};
 }
 
 Plan planInstall(std::string_view document, std::string_view bridgePath) {

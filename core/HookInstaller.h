@@ -17,7 +17,7 @@ namespace norrow::HookInstaller {
 
 inline constexpr std::array<std::string_view, 4> events{"UserPromptSubmit", "Stop", "Notification",
                                                         "SessionEnd"};
-// A hook whose command contains this text is ours.
+// A hook whose command is a path ending in this is ours.
 inline constexpr std::string_view marker = "/norrow/bridge";
 // How long Claude Code lets the bridge run.
 inline constexpr std::chrono::seconds timeout{5};
@@ -34,11 +34,12 @@ struct Plan {
 
 class InstallError : public std::runtime_error {
 public:
-    enum class Case { unreadable, notJSON, verificationFailed };
+    enum class Case { unreadable, notJSON, verificationFailed, duplicateHooks };
 
     static InstallError unreadable(const std::string& detail);
     static InstallError notJSON(const std::string& detail);
     static InstallError verificationFailed(const std::string& detail);
+    static InstallError duplicateHooks();
 
     Case kind() const { return kind_; }
 

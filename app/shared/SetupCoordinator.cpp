@@ -11,6 +11,10 @@
 namespace norrow {
 namespace {
 
+// How often settings.json is planned and written again when another program keeps saving it
+// in between.
+constexpr int editAttempts = 3;
+
 // Hook commands need an absolute path; a folder that cannot be made absolute stays as given.
 std::filesystem::path absoluteFolder(const std::filesystem::path& folder) {
     std::error_code error;
@@ -40,46 +44,46 @@ SetupCoordinator::SetupCoordinator(Settings& settings, std::filesystem::path cla
       files_(files != nullptr ? *files : local_), resource_(std::move(resource)) {}
 
 SetupCoordinator::Outcome SetupCoordinator::install(std::uint16_t port, const std::string& token) {
-    if (const auto problem = ClaudeFolder::problem(folder_)) return Outcome::failed(*problem);
+    if (auto reason = refusal()) return Outcome::failed(std::move(*reason));
     try {
         const std::string original = files_.read(settingsPath());
-        const auto plan = HookInstaller::planInstall(original, bridgePath().string());
+        const Planner plan = [bridge = bridgePath().string()](const std::string& document) {
+            return HookInstaller::planInstall(document, bridge);
+        };
+        auto first = plan(original);
         // Refreshed on every run, so that a re-run also updates the script and the port.
         installBridge();
         BridgeConfig::write(port, token, BridgeConfig::location(folder_));
-        if (!plan.updatedDocument) return Outcome::alreadyCurrent();
-
-        const auto backup = writeBackup(original);
-        if (const auto failure = replaceSettings(original, *plan.updatedDocument)) {
-            if (!failure->restored) return Outcome::failed(unrestoredMessage(*failure, backup));
-            return Outcome::failed("The change did not verify, so your settings.json was restored "
-                                   "exactly as it was. Nothing was left half-applied. (" +
-                                   failure->description + ")");
+        auto outcome = edit(original, std::move(first), plan, [](const std::string& description) {
+            return "The change did not verify, so your settings.json was restored exactly as it "
+                   "was. Nothing was left half-applied. (" +
+                   description + ")";
+        });
+        if (outcome.kind == Outcome::Kind::installed) {
+            settings_.set(SettingKey::lastBackupPath,
+                          QString::fromStdString(outcome.backup->string()));
+            settings_.sync();
         }
-        settings_.set(SettingKey::lastBackupPath, QString::fromStdString(backup.string()));
-        settings_.sync();
-        return Outcome::installed(backup);
+        return outcome;
     } catch (const std::exception& e) {
         return Outcome::failed(e.what());
     }
 }
 
 SetupCoordinator::Outcome SetupCoordinator::uninstall() {
-    if (const auto problem = ClaudeFolder::problem(folder_)) return Outcome::failed(*problem);
+    if (auto reason = refusal()) return Outcome::failed(std::move(*reason));
     try {
         const std::string original = files_.read(settingsPath());
-        const auto plan = HookInstaller::planRemoval(original);
-        if (!plan.updatedDocument) return Outcome::alreadyCurrent();
-
-        const auto backup = writeBackup(original);
-        if (const auto failure = replaceSettings(original, *plan.updatedDocument)) {
-            if (!failure->restored) return Outcome::failed(unrestoredMessage(*failure, backup));
-            return Outcome::failed("Removal did not verify; your settings.json was restored.");
+        auto outcome = edit(original, HookInstaller::planRemoval(original),
+                            HookInstaller::planRemoval, [](const std::string&) {
+                                return "Removal did not verify; your settings.json was restored.";
+                            });
+        if (outcome.kind == Outcome::Kind::installed) {
+            files_.remove(bridgePath());
+            files_.remove(BridgeState::stateFolder(folder_));
+            files_.remove(BridgeConfig::location(folder_));
         }
-        files_.remove(bridgePath());
-        files_.remove(BridgeState::stateFolder(folder_));
-        files_.remove(BridgeConfig::location(folder_));
-        return Outcome::installed(backup);
+        return outcome;
     } catch (const std::exception& e) {
         return Outcome::failed(e.what());
     }
@@ -146,28 +150,66 @@ std::filesystem::path SetupCoordinator::writeBackup(const std::string& original)
     return backup;
 }
 
-std::optional<SetupCoordinator::Failure>
-SetupCoordinator::replaceSettings(const std::string& original, const std::string& updated) {
-    try {
-        files_.write(settingsPath(), updated);
-        HookInstaller::verify(original, files_.read(settingsPath()));
-        return std::nullopt;
-    } catch (const std::exception& e) {
-        Failure failure{e.what(), true};
+SetupCoordinator::Outcome SetupCoordinator::edit(std::string original, HookInstaller::Plan plan,
+                                                 const Planner& replan,
+                                                 const RestoredMessage& restored) {
+    for (int attempt = 1;; ++attempt) {
+        if (!plan.updatedDocument) return Outcome::alreadyCurrent();
+        const auto backup = writeBackup(original);
+        const std::string& updated = *plan.updatedDocument;
         try {
-            files_.write(settingsPath(), original);
-        } catch (const std::exception& restoreError) {
-            failure = {restoreError.what(), false};
+            if (files_.replace(settingsPath(), original, updated)) {
+                HookInstaller::verify(original, files_.read(settingsPath()));
+                return Outcome::installed(backup);
+            }
+        } catch (const std::exception& e) {
+            return recover(original, updated, backup, e.what(), restored);
         }
-        return failure;
+        if (attempt == editAttempts)
+            return Outcome::failed("Your settings.json kept changing while Norrow was editing it, "
+                                   "so Norrow left it as it is. Try again once nothing else is "
+                                   "saving it.");
+        original = files_.read(settingsPath());
+        plan = replan(original);
     }
 }
 
-std::string SetupCoordinator::unrestoredMessage(const Failure& failure,
-                                                const std::filesystem::path& backup) {
-    return "The change did not verify, and your settings.json could not be put back (" +
-           failure.description + "). Your previous settings.json is backed up at " +
-           backup.string() + ".";
+SetupCoordinator::Outcome SetupCoordinator::recover(const std::string& original,
+                                                    const std::string& updated,
+                                                    const std::filesystem::path& backup,
+                                                    const std::string& description,
+                                                    const RestoredMessage& restored) {
+    // A file that cannot be read back is not known to hold Norrow's text.
+    std::optional<std::string> now;
+    try {
+        now = files_.read(settingsPath());
+    } catch (const std::exception&) {
+    }
+    if (now == original)
+        return Outcome::failed("Norrow could not change your settings.json, so it is exactly as "
+                               "it was (" +
+                               description + "). Once that is fixed, try again.");
+    if (now == updated) {
+        try {
+            if (files_.replace(settingsPath(), updated, original))
+                return Outcome::failed(restored(description));
+        } catch (const std::exception& e) {
+            return Outcome::failed(
+                "The change did not verify, and your settings.json could not be put back (" +
+                std::string(e.what()) + "). Your previous settings.json is backed up at " +
+                backup.string() + "; copy it over " + settingsPath().string() +
+                " to undo the change.");
+        }
+    }
+    return Outcome::failed("Your settings.json changed while Norrow was editing it, so Norrow left "
+                           "it as it is now rather than undo a change it did not make (" +
+                           description + "). Your previous settings.json is backed up at " +
+                           backup.string() + ". Check the file, then try again.");
+}
+
+std::optional<std::string> SetupCoordinator::refusal() const {
+    if (auto problem = ClaudeFolder::problem(folder_)) return problem;
+    return files_.reasonToLeaveAlone(settingsPath());
 }
 
 } // namespace norrow

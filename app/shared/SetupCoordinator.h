@@ -2,11 +2,13 @@
 
 #include "app/shared/FileSystem.h"
 #include "app/shared/Settings.h"
+#include "core/HookInstaller.h"
 
 #include <QString>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -15,7 +17,8 @@ namespace norrow {
 
 // Connects Claude Code to the app: installs the bridge script and its configuration, and
 // rewrites the "hooks" member of settings.json with a backup first, a read-back verification
-// after, and the original text put back when that fails. Also undoes all of it.
+// after, and the original text put back when that fails. Another program's change to the
+// file is never overwritten or undone. Also undoes all of it.
 class SetupCoordinator {
 public:
     struct Outcome {
@@ -76,17 +79,24 @@ public:
     static std::string backupStamp(std::chrono::system_clock::time_point time);
 
 private:
-    struct Failure {
-        std::string description;
-        bool restored = false;
-    };
+    using Planner = std::function<HookInstaller::Plan(const std::string& document)>;
+    // The failure message for a change that did not verify and was undone.
+    using RestoredMessage = std::function<std::string(const std::string& description)>;
 
+    // Why settings.json must not be touched at all, for the user; none when it may be.
+    std::optional<std::string> refusal() const;
     std::filesystem::path norrowFolder() const;
     void installBridge();
     std::filesystem::path writeBackup(const std::string& original);
-    std::optional<Failure> replaceSettings(const std::string& original, const std::string& updated);
-    static std::string unrestoredMessage(const Failure& failure,
-                                         const std::filesystem::path& backup);
+    // Writes `plan`'s change to `original` and verifies it. When another program saved
+    // settings.json in the meantime, plans again with `replan` on what it saved.
+    Outcome edit(std::string original, HookInstaller::Plan plan, const Planner& replan,
+                 const RestoredMessage& restored);
+    // After a failed write or verification: puts `original` back, but only over the text
+    // Norrow itself wrote, never over another program's.
+    Outcome recover(const std::string& original, const std::string& updated,
+                    const std::filesystem::path& backup, const std::string& description,
+                    const RestoredMessage& restored);
 
     Settings& settings_;
     std::filesystem::path folder_;

@@ -141,9 +141,11 @@ TEST_F(AppControllerTest, SetsUpClaudeCodeFollowsASessionThroughTheBridgeAndRemo
     EXPECT_EQ(app->host().turns().openCount(), 0u);
     EXPECT_EQ(alerts[0].result.text, "Fixed the bug. Tests pass.");
     EXPECT_EQ(app->events().lastBridgeVersion(), "dev");
-    const auto menu = titles(app->statusMenu().menu());
-    EXPECT_EQ(menu[0], "Claude Code sessions");
-    EXPECT_TRUE(menu[1].starts_with("api  \u00b7  ")) << menu[1];
+    // The menu follows once the banner is up.
+    EXPECT_TRUE(test::settle([&] {
+        const auto menu = titles(app->statusMenu().menu());
+        return menu[0] == "Claude Code sessions" && menu[1].starts_with("api  \u00b7  ");
+    })) << testing::PrintToString(titles(app->statusMenu().menu()));
 
     {
         // Cancelling the removal changes nothing.

@@ -1,5 +1,8 @@
+#include "support/Eventually.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
+#include "support/VirtualDisplay.h"
+#include "support/XObserver.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -33,9 +36,9 @@ protected:
                 {"NORROW_DEBUG", "1"}};
     }
 
-    static std::string post(const std::string& port, const std::string& token) {
-        return test::run({"curl", "-s", "-K", "-", "--data-binary",
-                          R"({"hook_event_name":"SessionEnd"})",
+    static std::string post(const std::string& port, const std::string& token,
+                            const std::string& body = R"({"hook_event_name":"SessionEnd"})") {
+        return test::run({"curl", "-s", "-K", "-", "--data-binary", body,
                           "http://127.0.0.1:" + port + "/v1/event"},
                          "header = \"Authorization: Bearer " + token + "\"\n")
             .out;
@@ -75,6 +78,45 @@ TEST_F(AppProcessTest, WithoutADisplayItSaysSoInOneLine) {
         done.err,
         "Norrow needs a graphical session and found no display; to run only the listener, use "
         "`norrowctl serve`.\n");
+}
+
+TEST_F(AppProcessTest, ABannerComesUpAtTheTopRightOfTheMonitorUnderThePointer) {
+    const test::VirtualDisplay twoMonitors({.monitors = 2});
+    std::ofstream(home / "config/qelvane/Norrow.conf", std::ios::app) << "rule.enabled=false\n";
+    test::Process app({NORROW_APP}, environment(twoMonitors.display()));
+    const auto portLine = app.readLine(std::chrono::seconds(10));
+    const auto tokenLine = app.readLine();
+    ASSERT_TRUE(portLine && tokenLine) << app.errors();
+    const auto announce = [&](const std::string& session) {
+        return post(portLine->substr(12), tokenLine->substr(13),
+                    R"({"hook_event_name":"Stop","session_id":")" + session +
+                        R"(","cwd":"/work/web","last_assistant_message":"Done."})");
+    };
+    const auto pointAt = [&](int x, int y) {
+        test::run({"xdotool", "mousemove", std::to_string(x), std::to_string(y)}, {},
+                  {{"DISPLAY", twoMonitors.display()}});
+    };
+    // A banner comes to rest 32 points in from the monitor's right edge, 18 down from its top.
+    test::XObserver x(twoMonitors.display());
+    const auto bannerRestsAt = [&](int monitorRight) {
+        return test::eventually([&] {
+            for (const xcb_window_t window : x.children(x.root())) {
+                const auto place = x.geometry(window);
+                if (place && place->width == 344 && place->y == 18 &&
+                    place->x + place->width == monitorRight - 32 && x.viewable(window))
+                    return true;
+            }
+            return false;
+        });
+    };
+
+    pointAt(1500, 300);
+    ASSERT_EQ(announce("right"), "ok");
+    EXPECT_TRUE(bannerRestsAt(2048)) << "on the right-hand monitor";
+    pointAt(300, 300);
+    ASSERT_EQ(announce("left"), "ok");
+    EXPECT_TRUE(bannerRestsAt(1024)) << "on the left-hand monitor";
+    EXPECT_EQ(app.stop(SIGTERM), 0) << app.errors();
 }
 
 } // namespace

@@ -202,6 +202,11 @@ TEST_F(BannerTest, AStopEventShowsABannerWhoseClickBringsTheTerminalForward) {
     // window's within a second, and a person takes longer than that to reach the banner.
     const xcb_window_t elsewhere = openTerminal("OtherTerm");
     ASSERT_TRUE(test::settle([&] { return active() == elsewhere; }));
+    // The window in front comes up under the banner, not over it.
+    const auto stack = x.children(x.root());
+    const auto topmost = std::find_if(stack.rbegin(), stack.rend(),
+                                      [&](xcb_window_t child) { return x.viewable(child); });
+    EXPECT_TRUE(topmost != stack.rend() && *topmost == window);
     test::settle([] { return false; }, 1200ms);
     click(*place);
     EXPECT_TRUE(test::settle([&] { return active() == terminal; }));

@@ -3,8 +3,11 @@
 #include "support/Files.h"
 #include "support/TempDir.h"
 
+#include <algorithm>
+#include <climits>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <sys/stat.h>
 
 namespace norrow {
@@ -21,29 +24,34 @@ TEST(BridgeConfigFile, ExactBytesPrivatePermissionsAndALeftoverReplaced) {
         EXPECT_EQ(test::contents(file), bytes);
         EXPECT_EQ(mode(file), 0600u);
         EXPECT_EQ(mode(file.parent_path()), 0700u);
-        EXPECT_FALSE(std::filesystem::exists(file.parent_path() / "config.json.new"));
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(file.parent_path()),
+                                std::filesystem::directory_iterator()),
+                  1);
         EXPECT_EQ(BridgeConfig::read(file), (BridgeConfig{port, token}));
     };
     expectWritten(51234, "abc123", R"({"port":51234,"token":"abc123"})");
-    // Neither a half-written leftover nor a folder others can read survive the next write.
-    std::ofstream(file.parent_path() / "config.json.new") << "half-written";
+    // Neither a killed writer's leftover nor a folder others can read survive the next write.
+    std::ofstream(file.parent_path() / "config.json.new.x1Y2z3") << "half-written";
     ::chmod(file.parent_path().c_str(), 0755);
     expectWritten(1, "t", R"({"port":1,"token":"t"})");
 }
 
 TEST(BridgeConfigFile, WriteFailuresAreDescribed) {
     test::TempDir claude;
+    // Nothing stops root from writing, but a folder stands where the file belongs and a
+    // folder path one short name from the length limit leaves no room for the temporary name.
     const auto file = BridgeConfig::location(claude.path());
-    const auto leftover = file.parent_path() / "config.json.new";
-    // Folders stand where the files belong: nothing can replace them, not even root.
+    std::filesystem::path deep = claude.path();
+    while (deep.string().size() < PATH_MAX - 16)
+        deep /= std::string(std::min<std::size_t>(200, PATH_MAX - 17 - deep.string().size()), 'd');
     const std::pair<std::filesystem::path, std::string> cases[] = {
-        {leftover / "inside", "cannot create " + leftover.string()},
-        {file / "inside", "rename to " + file.string() + " failed: "},
+        {file, "rename to " + file.string() + " failed: "},
+        {deep / "config.json", "cannot create " + (deep / "config.json.new.XXXXXX").string()},
     };
-    for (const auto& [blocker, description] : cases) {
-        std::filesystem::create_directories(blocker);
+    std::filesystem::create_directories(file / "inside");
+    for (const auto& [target, description] : cases) {
         try {
-            BridgeConfig::write(1, "t", file);
+            BridgeConfig::write(1, "t", target);
             ADD_FAILURE() << "expected a failure";
         } catch (const BridgeConfig::ConfigError& e) {
             EXPECT_EQ(e.kind(), BridgeConfig::ConfigError::Case::writeFailed);
@@ -51,8 +59,9 @@ TEST(BridgeConfigFile, WriteFailuresAreDescribed) {
                                                           description))
                 << e.what();
         }
-        std::filesystem::remove_all(blocker.parent_path());
-        EXPECT_FALSE(std::filesystem::exists(leftover));
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(target.parent_path()),
+                                std::filesystem::directory_iterator()),
+                  target == file ? 1 : 0);
     }
 }
 

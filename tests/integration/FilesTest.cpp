@@ -3,9 +3,11 @@
 #include "support/Files.h"
 #include "support/TempDir.h"
 
+#include <atomic>
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <thread>
 
 namespace norrow {
 namespace {
@@ -30,7 +32,7 @@ TEST(WriteAtomically, NewAndReplacedFilesGetTheirPermissionsAndBytes) {
         bool existing;
         unsigned expectedMode;
     } cases[] = {
-        {"new file, unique temporary", {{}, 0640, false, false}, false, 0640},
+        {"new file", {{}, 0640, false, false}, false, 0640},
         {"new file, named temporary", {"f.new", 0600, false, false}, false, 0600},
         {"replaced file keeps its mode", {{}, 0600, true, false}, true, 0604},
         {"replaced file takes the mode", {"f.new", 0600, false, false}, true, 0600},
@@ -64,17 +66,10 @@ TEST(WriteAtomically, ALinkIsFollowedOnlyWhenAsked) {
 TEST(WriteAtomically, FailuresNameTheStepTheErrorAndThePaths) {
     test::TempDir dir;
     const auto file = dir / "f";
-    // A folder where the named temporary file belongs cannot be created over; one where the
-    // file belongs cannot be renamed over; a missing folder holds no temporary file at all.
-    fs::create_directories(dir / "f.new" / "inside");
-    auto failure = files::writeAtomically(file, "x", {"f.new", 0600, false, false});
-    ASSERT_TRUE(failure);
-    EXPECT_EQ(failure->step, Step::create);
-    EXPECT_EQ(failure->temporary, dir / "f.new");
-    fs::remove_all(dir / "f.new");
-
+    // A folder where the file belongs cannot be renamed over; a missing folder holds no
+    // temporary file at all.
     fs::create_directories(file / "inside");
-    failure = files::writeAtomically(file, "x", {});
+    auto failure = files::writeAtomically(file, "x", {});
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->step, Step::rename);
     EXPECT_NE(failure->error, 0);
@@ -85,6 +80,25 @@ TEST(WriteAtomically, FailuresNameTheStepTheErrorAndThePaths) {
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->step, Step::create);
     EXPECT_EQ(failure->error, ENOENT);
+}
+
+// Each writer holds its temporary file locked, so that racing writers never take one another's
+// for one left by a killed writer.
+TEST(WriteAtomically, WritersRacingOnOneFileAllSucceedAndLeaveNoTemporaryFile) {
+    test::TempDir dir;
+    std::atomic<int> failures = 0;
+    std::vector<std::thread> writers;
+    for (int w = 0; w < 4; ++w)
+        writers.emplace_back([&, w] {
+            for (int i = 0; i < 50; ++i)
+                if (files::writeAtomically(dir / "c", std::to_string(w),
+                                           {.temporaryStem = "c.new"}))
+                    ++failures;
+        });
+    for (auto& writer : writers)
+        writer.join();
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(listing(dir.path()), std::vector<std::string>{"c"});
 }
 
 } // namespace

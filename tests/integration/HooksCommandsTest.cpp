@@ -1,3 +1,6 @@
+#include "core/BridgeConfig.h"
+#include "core/HookInstaller.h"
+#include "support/Files.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 
@@ -55,6 +58,35 @@ TEST(HooksCommands, AnswerOnTheirStreamsWithTheirStatuses) {
         EXPECT_EQ(result.err, c.expected.err) << c.argv[1];
     }
     EXPECT_EQ(test::run({NORROWCTL, "json", "set", "a"}, "{}").status, 2);
+}
+
+// Several installs at once, as real processes on a real settings file with other tools' hooks:
+// each one succeeds, and they leave one set of hooks, a readable config and no temporary file.
+TEST(HooksCommands, ConcurrentInstallsLeaveOneSetOfHooksAndNoTemporaryFiles) {
+    const test::TempDir top;
+    const auto claude = top / "claude";
+    const std::string original =
+        test::contents(std::filesystem::path(NORROW_CORPUS_DIR) / "settings/0014.json");
+    test::put(claude / "settings.json", original);
+    BridgeConfig::write(4711, "token", BridgeConfig::location(claude));
+    const std::string script = "for i in 1 2 3 4 5 6; do\n"
+                               "  ( \"$0\" hooks install --claude-folder \"$1\" 2>&1 >/dev/null;"
+                               " echo \"exit $?\" ) &\n"
+                               "done\nwait\n";
+    const auto result =
+        test::run({"sh", "-c", script, NORROWCTL, claude.string()}, "",
+                  {{"HOME", top.path().string()}, {"XDG_CONFIG_HOME", (top / ".config").string()}});
+    EXPECT_EQ(result.out, "exit 0\nexit 0\nexit 0\nexit 0\nexit 0\nexit 0\n");
+
+    const auto bridge = (claude / "norrow/bridge").string();
+    const auto expected = HookInstaller::planInstall(original, bridge).updatedDocument;
+    EXPECT_EQ(test::contents(claude / "settings.json"), expected);
+    EXPECT_EQ(BridgeConfig::read(BridgeConfig::location(claude)), (BridgeConfig{4711, "token"}));
+    for (const auto& folder : {claude, claude / "norrow"})
+        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+            const std::string name = entry.path().filename().string();
+            EXPECT_FALSE(name.starts_with(".") || name.starts_with("config.json.new")) << name;
+        }
 }
 
 } // namespace

@@ -3,12 +3,16 @@
 #include "app/shared/ClaudeFolder.h"
 #include "app/shared/SetupAlert.h"
 #include "core/BridgeConfig.h"
+#include "core/HookInstaller.h"
 #include "support/Files.h"
 #include "support/TempDir.h"
 
 #include <QDir>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
+#include <tuple>
+#include <unistd.h>
 
 namespace norrow {
 namespace {
@@ -31,35 +35,60 @@ std::vector<std::string> backups(const fs::path& claude) {
     return found;
 }
 
-// The machine's files, with one fault switched on for settings.json and its backup.
+// The machine's files, with one fault switched on for settings.json and its backup, or
+// another program saving settings.json at the worst moment.
 struct FaultyFiles : LocalFileSystem {
-    enum class Fault { folderTaken, fullDisk, writeFailsHalfway, readBackDiffers, restoreFails };
+    enum class Fault {
+        folderTaken,
+        fullDisk,
+        writeFails,
+        readBackDiffers,
+        restoreFails,
+        savedAfterUs,
+        savedBeforeUs,
+    };
     FaultyFiles(fs::path file, Fault with) : settings(std::move(file)), fault(with) {}
 
     void write(const fs::path& file, std::string_view bytes) override {
-        const std::string error = "could not write " + file.string() + ": ";
         if (fault == Fault::fullDisk && file.filename().string().starts_with("settings.backup"))
-            throw std::runtime_error(error + "No space left on device");
-        if (file == settings && ++writes == 1 && fault == Fault::writeFailsHalfway) {
-            LocalFileSystem::write(file, bytes.substr(0, bytes.size() / 2));
-            throw std::runtime_error(error + "No space left on device");
-        }
-        if (file == settings && writes == 2 && fault == Fault::restoreFails)
-            throw std::runtime_error(error + "Read-only file system");
+            throw std::runtime_error("could not write " + file.string() +
+                                     ": No space left on device");
         LocalFileSystem::write(file, bytes);
     }
 
+    bool replace(const fs::path& file, std::string_view expected, std::string_view bytes) override {
+        const std::string error = "could not write " + file.string() + ": ";
+        ++replaces;
+        if (fault == Fault::writeFails) throw std::runtime_error(error + "No space left on device");
+        if (fault == Fault::restoreFails && replaces == 2)
+            throw std::runtime_error(error + "Read-only file system");
+        if (fault == Fault::savedBeforeUs && replaces == 1) anotherProgramSaves();
+        const bool replaced = LocalFileSystem::replace(file, expected, bytes);
+        if (fault == Fault::savedAfterUs) anotherProgramSaves();
+        return replaced;
+    }
+
+    // Only the first read after writing differs, as a flaky disk would have it.
     std::string read(const fs::path& file) override {
         std::string text = LocalFileSystem::read(file);
-        if (file == settings && writes > 0 &&
+        if (file == settings && replaces == 1 && ++readsAfterWriting == 1 &&
             (fault == Fault::readBackDiffers || fault == Fault::restoreFails))
             text.replace(text.find("opus"), 4, "sonnet");
         return text;
     }
 
+    // Saves the settings as that program has them: the model changed, Norrow's hooks unseen.
+    void anotherProgramSaves() { put(settings, theirs(++saves)); }
+    static std::string theirs(int save) {
+        return "{\n  \"model\": \"haiku-" + std::to_string(save) +
+               "\",\n  \"env\": {\"A\": \"1\"}\n}\n";
+    }
+
     fs::path settings;
     Fault fault;
-    int writes = 0;
+    int replaces = 0;
+    int readsAfterWriting = 0;
+    int saves = 0;
 };
 
 class SetupCoordinatorTest : public testing::Test {
@@ -117,38 +146,92 @@ TEST_F(SetupCoordinatorTest, InstallsOnceThroughALinkAndRemovesEverything) {
     EXPECT_EQ(backups(claude), kept);
 }
 
-TEST_F(SetupCoordinatorTest, AFailedEditLeavesSettingsAsTheyWereAndKeepsTheBackup) {
+TEST_F(SetupCoordinatorTest, KeepsHardLinksAndTheGroupAndCleansUpAfterAKilledRun) {
+    const bool root = ::geteuid() == 0;
+    if (root) {
+        ASSERT_EQ(::chown(settings.c_str(), 0, 1234), 0);
+    }
+    fs::create_hard_link(settings, top / "linked.json");
+    const auto inode = test::status(settings).st_ino;
+    put(claude / ".settings.json.K1lled", "{\"half\":");
+    ASSERT_EQ(coordinator().install(4711, "secret").kind, Outcome::Kind::installed);
+    EXPECT_EQ(test::status(settings).st_ino, inode);
+    EXPECT_EQ(contents(top / "linked.json"), contents(settings));
+    EXPECT_FALSE(fs::exists(claude / ".settings.json.K1lled"));
+
+    // Without a second link the file is replaced, and the replacement keeps the group.
+    fs::remove(top / "linked.json");
+    ASSERT_EQ(coordinator().uninstall().kind, Outcome::Kind::installed);
+    EXPECT_EQ(contents(settings), original);
+    EXPECT_EQ(test::status(settings).st_gid, root ? 1234u : ::getegid());
+}
+
+TEST_F(SetupCoordinatorTest, LeavesAloneAReadOnlyFileAndSomeoneElses) {
+    // Each arrangement tells whether it could be made; only root can give a file away.
+    const std::pair<std::function<bool()>, std::string> cases[] = {
+        {[&] { return ::chmod(settings.c_str(), 0444) == 0; },
+         settings.string() + " is read-only, so Norrow leaves it as it is. To let Norrow change " +
+             "it, make it writable (chmod u+w " + settings.string() + "), then try again."},
+        {[&] { return ::chown(settings.c_str(), 1234, 1234) == 0; },
+         settings.string() + " belongs to "},
+    };
+    for (const auto& [arrange, message] : cases) {
+        put(settings, original);
+        if (!arrange()) continue;
+        const auto before = test::status(settings);
+        for (const auto& outcome : {coordinator().install(1, "t"), coordinator().uninstall()})
+            EXPECT_TRUE(outcome.message.starts_with(message)) << outcome.message;
+        const auto after = test::status(settings);
+        EXPECT_EQ(std::tie(after.st_mode, after.st_uid, after.st_ino),
+                  std::tie(before.st_mode, before.st_uid, before.st_ino));
+        EXPECT_EQ(contents(settings), original);
+        EXPECT_FALSE(fs::exists(claude / "norrow"));
+        fs::remove(settings);
+    }
+}
+
+TEST_F(SetupCoordinatorTest, AFailedEditUndoesOnlyItsOwnChangeAndKeepsTheBackup) {
     using Fault = FaultyFiles::Fault;
+    const std::string ours =
+        *HookInstaller::planInstall(original, (claude / "norrow/bridge").string()).updatedDocument;
     const std::string restored = "The change did not verify, so your settings.json was restored "
                                  "exactly as it was. Nothing was left half-applied. (";
-    const std::tuple<Fault, std::string, std::size_t> cases[] = {
+    const struct {
+        Fault fault;
+        std::string message;
+        std::size_t backupCount;
+        std::string after;
+    } cases[] = {
         {Fault::folderTaken,
-         "could not create the folder " + (claude / "norrow").string() + ": Not a directory", 0},
-        {Fault::fullDisk, "could not write " + (claude / "norrow/settings.backup.").string(), 0},
-        {Fault::writeFailsHalfway,
-         restored + "could not write " + settings.string() + ": No space left on device)", 1},
+         "could not create the folder " + (claude / "norrow").string() + ": Not a directory", 0,
+         original},
+        {Fault::fullDisk, "could not write " + (claude / "norrow/settings.backup.").string(), 0,
+         original},
+        {Fault::writeFails,
+         "Norrow could not change your settings.json, so it is exactly as it was (could not write",
+         1, original},
         {Fault::readBackDiffers,
          restored + "the file was written but failed verification: a key outside `hooks` changed)",
-         1},
+         1, original},
         {Fault::restoreFails,
-         "The change did not verify, and your settings.json could not be put back (could not "
-         "write " +
-             settings.string() +
-             ": Read-only file system). Your previous settings.json is backed up at ",
-         1},
+         "The change did not verify, and your settings.json could not be put back (could not write",
+         1, ours},
+        {Fault::savedAfterUs,
+         "Your settings.json changed while Norrow was editing it, so Norrow left it as it is now",
+         1, FaultyFiles::theirs(1)},
     };
-    for (const auto& [fault, message, backupCount] : cases) {
-        SCOPED_TRACE(message);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.message);
         put(settings, original);
         fs::remove_all(claude / "norrow");
         // A file where the app's folder belongs makes it unwritable, even for root.
-        if (fault == Fault::folderTaken) put(claude / "norrow", "not a folder");
-        FaultyFiles files(settings, fault);
+        if (c.fault == Fault::folderTaken) put(claude / "norrow", "not a folder");
+        FaultyFiles files(settings, c.fault);
         const auto outcome = coordinator(&files).install(4711, "secret");
         EXPECT_EQ(outcome.kind, Outcome::Kind::failed);
-        EXPECT_TRUE(outcome.message.starts_with(message)) << outcome.message;
-        EXPECT_EQ(backups(claude), std::vector<std::string>(backupCount, original));
-        EXPECT_EQ(contents(settings) == original, fault != Fault::restoreFails);
+        EXPECT_TRUE(outcome.message.starts_with(c.message)) << outcome.message;
+        EXPECT_EQ(backups(claude), std::vector<std::string>(c.backupCount, original));
+        EXPECT_EQ(contents(settings), c.after);
         EXPECT_EQ(SetupAlert::afterInstall(outcome),
                   (SetupAlert{"Setup did not complete", outcome.message}));
     }
@@ -161,6 +244,16 @@ TEST_F(SetupCoordinatorTest, AFailedEditLeavesSettingsAsTheyWereAndKeepsTheBacku
     EXPECT_EQ(coordinator(&files).uninstall(),
               Outcome::failed("Removal did not verify; your settings.json was restored."));
     EXPECT_EQ(contents(settings), installed);
+}
+
+TEST_F(SetupCoordinatorTest, AChangeSavedBeforeOursIsKeptAndEditedAgain) {
+    FaultyFiles files(settings, FaultyFiles::Fault::savedBeforeUs);
+    const auto outcome = coordinator(&files).install(4711, "secret");
+    ASSERT_EQ(outcome.kind, Outcome::Kind::installed) << outcome.message;
+    EXPECT_EQ(contents(*outcome.backup), FaultyFiles::theirs(1));
+    EXPECT_EQ(contents(settings), *HookInstaller::planInstall(FaultyFiles::theirs(1),
+                                                              (claude / "norrow/bridge").string())
+                                       .updatedDocument);
 }
 
 TEST_F(SetupCoordinatorTest, NamesTheProblemBeforeWritingAnythingAndTheStepsByHand) {

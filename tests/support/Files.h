@@ -27,4 +27,11 @@ inline unsigned mode(const std::filesystem::path& path) {
     return info.st_mode & 07777;
 }
 
+// The status of a file, a link followed.
+inline struct stat status(const std::filesystem::path& path) {
+    struct stat info {};
+    ::stat(path.c_str(), &info);
+    return info;
+}
+
 } // namespace norrow::test

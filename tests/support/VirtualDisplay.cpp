@@ -33,6 +33,45 @@ constexpr const char* kOpenboxConfig = R"(<?xml version="1.0"?>
 </openbox_config>
 )";
 
+// Xvfb has a single monitor per screen and cannot be given more; the real server's dummy
+// driver has outputs that RandR can place side by side, as monitors.
+constexpr int kMonitorWidth = 1024;
+constexpr int kMonitorHeight = 768;
+
+std::string dummyServerConfig(int monitors) {
+    const int width = kMonitorWidth * monitors;
+    return R"(Section "Device"
+  Identifier "card"
+  Driver "dummy"
+  VideoRam )" +
+           std::to_string(width * kMonitorHeight * 4 / 1024 + 1024) +
+           R"(
+EndSection
+Section "Monitor"
+  Identifier "monitor"
+  HorizSync 5.0-1000.0
+  VertRefresh 5.0-200.0
+  Modeline "1024x768" 63.50 1024 1072 1176 1328 768 771 775 798 -hsync +vsync
+EndSection
+Section "Screen"
+  Identifier "screen"
+  Device "card"
+  Monitor "monitor"
+  DefaultDepth 24
+  SubSection "Display"
+    Depth 24
+    Modes "1024x768"
+    Virtual )" +
+           std::to_string(width) + " " + std::to_string(kMonitorHeight) + R"(
+  EndSubSection
+EndSection
+Section "ServerFlags"
+  Option "AutoAddDevices" "false"
+  Option "DontVTSwitch" "true"
+EndSection
+)";
+}
+
 // Reaps the child if it has ended.
 bool ended(pid_t pid) {
     int status = 0;
@@ -65,18 +104,22 @@ VirtualDisplay::VirtualDisplay(Options options)
     try {
         int channel[2];
         if (::pipe2(channel, O_CLOEXEC) != 0) throw std::runtime_error("cannot create a pipe");
-        const pid_t server =
-            start({"Xvfb", "-displayfd", "3", "-screen", "0", "1280x800x24", "-nolisten", "tcp"},
-                  channel[1]);
+        const pid_t server = startServer(options.monitors, channel[1]);
         ::close(channel[1]);
         const std::string number = displayNumber(channel[0]);
         ::close(channel[0]);
         if (number.empty()) {
             if (ended(server)) std::erase(children_, server);
-            throw std::runtime_error("Xvfb did not start:\n" + log());
+            throw std::runtime_error("the X server did not start:\n" + log());
         }
         display_ = ":" + number;
         XObserver x(display_);
+        for (int monitor = 1; monitor < options.monitors; ++monitor) {
+            const std::string output = "DUMMY" + std::to_string(monitor);
+            run({"xrandr", "--addmode", output, "1024x768"});
+            run({"xrandr", "--output", output, "--mode", "1024x768", "--right-of",
+                 "DUMMY" + std::to_string(monitor - 1)});
+        }
 
         const auto config = folder_ / "rc.xml";
         std::ofstream(config) << kOpenboxConfig;
@@ -147,6 +190,28 @@ pid_t VirtualDisplay::start(const std::vector<std::string>& argv, int channel) {
     }
     children_.push_back(pid);
     return pid;
+}
+
+pid_t VirtualDisplay::startServer(int monitors, int channel) {
+    if (monitors == 1)
+        return start({"Xvfb", "-displayfd", "3", "-screen", "0", "1280x800x24", "-nolisten", "tcp"},
+                     channel);
+    const auto config = folder_ / "xorg.conf";
+    std::ofstream(config) << dummyServerConfig(monitors);
+    std::filesystem::create_directories(folder_ / "xorg.conf.d");
+    return start({"Xorg", "-displayfd", "3", "-config", config.string(), "-configdir",
+                  (folder_ / "xorg.conf.d").string(), "-logfile", (folder_ / "xorg.log").string(),
+                  "-noreset", "-nolisten", "tcp", "-novtswitch", "-sharevts"},
+                 channel);
+}
+
+void VirtualDisplay::run(const std::vector<std::string>& argv) {
+    const pid_t pid = start(argv);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    std::erase(children_, pid);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        throw std::runtime_error(argv[0] + " failed:\n" + log());
 }
 
 template <typename Ready> void VirtualDisplay::await(const char* what, pid_t pid, Ready ready) {

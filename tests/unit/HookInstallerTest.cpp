@@ -60,6 +60,28 @@ TEST(HookInstaller, ReplacesItsOwnOldEntriesAndRemovesThemAgain) {
               (Plan{std::nullopt, true, 1}));
 }
 
+TEST(HookInstaller, TakesOnlyCommandsThatAreABridgePathForItsOwn) {
+    const std::pair<std::string, bool> cases[] = {
+        {"/home/u/.claude/norrow/bridge", true},
+        {" ~/.claude/norrow/bridge\n", true},
+        {"'/Users/a b/.claude/norrow/bridge'", true},
+        {"\"/Users/a b/.claude/norrow/bridge\"", true},
+        {"/opt/tool/norrow/bridge-helper", false},
+        {"/opt/tool/norrow/bridge --relay", false},
+        {"logger -t hook; /home/u/.claude/norrow/bridge", false},
+        {"\"/x/norrow/bridge\" | tee log", false},
+        {"'/x/hook' && '/x/norrow/bridge'", false},
+    };
+    for (const auto& [command, own] : cases) {
+        const std::string document =
+            R"({"hooks": {"Stop": [{"hooks": [{"command": )" + json(command).dump() + "}]}]}}";
+        EXPECT_EQ(HookInstaller::planRemoval(document).alreadyCorrect, !own) << command;
+        const auto installed =
+            json::parse(*HookInstaller::planInstall(document, bridge).updatedDocument);
+        EXPECT_EQ(installed["hooks"]["Stop"].size(), own ? 1u : 2u) << command;
+    }
+}
+
 TEST(HookInstaller, RefusesWhatClaudeCodeWouldNotRead) {
     const std::string notJSON = "settings.json is not valid JSON, so it will not be modified: ";
     const std::string notObject = notJSON + "top level is not a JSON object";
@@ -75,6 +97,9 @@ TEST(HookInstaller, RefusesWhatClaudeCodeWouldNotRead) {
         {"{\"a\": \"\xff\"}", notObject},
         {std::string("{\"a\": 1}\0{", 10), notObject},
         {"{\"a\":" + std::string(600, '[') + std::string(600, ']') + "}", notObject},
+        {"{\"hooks\": {}, \"\\u0068ooks\": {}}",
+         "settings.json has more than one top-level \"hooks\" member and Claude Code reads only "
+         "the last, so it will not be modified. Merge them into one, then try again."},
     };
     for (const auto& [document, description] : cases)
         EXPECT_EQ(failure([&] { HookInstaller::planInstall(document, bridge); }), description)
