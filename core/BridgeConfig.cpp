@@ -1,11 +1,10 @@
 #include "core/BridgeConfig.h"
 
 #include "core/Files.h"
+#include "core/StrictJson.h"
 
-#include <cerrno>
 #include <cstring>
 #include <nlohmann/json.hpp>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace norrow {
@@ -15,18 +14,6 @@ std::string describe(BridgeConfig::ConfigError::Case kind, const std::string& te
     if (kind == BridgeConfig::ConfigError::Case::writeFailed)
         return "could not write the bridge config: " + text;
     return text;
-}
-
-// Creates the folder and any missing parents, each 0700, and makes the folder itself 0700
-// even when it existed, since it will hold the token.
-void makePrivateFolder(const std::filesystem::path& folder) {
-    using Error = BridgeConfig::ConfigError;
-    if (const auto failure = files::makeFolders(folder, 0700))
-        throw Error(Error::Case::platform, "cannot create the folder " + failure->path.string() +
-                                               ": " + std::strerror(failure->error));
-    if (::chmod(folder.c_str(), 0700) != 0)
-        throw Error(Error::Case::platform,
-                    "cannot restrict " + folder.string() + ": " + std::strerror(errno));
 }
 
 std::optional<std::uint16_t> portFrom(const nlohmann::json& value) {
@@ -65,8 +52,11 @@ std::string BridgeConfig::render(std::uint16_t port, const std::string& token) {
 
 void BridgeConfig::write(std::uint16_t port, const std::string& token,
                          const std::filesystem::path& file) {
-    const std::filesystem::path folder = file.parent_path();
-    makePrivateFolder(folder);
+    // The folder holds the token.
+    if (const auto failure = files::makePrivateFolder(file.parent_path()))
+        throw ConfigError(ConfigError::Case::platform, "cannot create the folder " +
+                                                           failure->path.string() + ": " +
+                                                           std::strerror(failure->error));
     const auto failure = files::writeAtomically(file, render(port, token),
                                                 {.temporaryStem = "config.json.new", .mode = 0600});
     if (!failure) return;
@@ -81,7 +71,7 @@ void BridgeConfig::write(std::uint16_t port, const std::string& token,
 std::optional<BridgeConfig> BridgeConfig::read(const std::filesystem::path& file) {
     const auto text = files::read(file);
     if (!text) return std::nullopt;
-    const nlohmann::json object = nlohmann::json::parse(*text, nullptr, false);
+    const nlohmann::json object = StrictJson::parse(*text);
     if (!object.is_object()) return std::nullopt;
     const auto token = object.find("token");
     if (token == object.end() || !token->is_string() ||

@@ -143,6 +143,12 @@ std::optional<FolderFailure> makeFolders(const std::filesystem::path& folder, mo
     return std::nullopt;
 }
 
+std::optional<FolderFailure> makePrivateFolder(const std::filesystem::path& folder) {
+    if (auto failure = makeFolders(folder, 0700)) return failure;
+    if (::chmod(folder.c_str(), 0700) != 0) return FolderFailure{folder, errno};
+    return std::nullopt;
+}
+
 std::optional<AtomicWriteFailure> writeAtomically(const std::filesystem::path& file,
                                                   std::string_view bytes, const AtomicWrite& how) {
     std::filesystem::path target = file;

@@ -23,6 +23,9 @@ struct FolderFailure {
     int error = 0;
 };
 std::optional<FolderFailure> makeFolders(const std::filesystem::path& folder, mode_t mode);
+// Like makeFolders with 0700, and makes the folder itself 0700 even when it existed, for a
+// folder that is to hold a secret.
+std::optional<FolderFailure> makePrivateFolder(const std::filesystem::path& folder);
 
 // How writeAtomically goes about it.
 struct AtomicWrite {

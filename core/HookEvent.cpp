@@ -1,6 +1,7 @@
 #include "core/HookEvent.h"
 
 #include "core/KnownEditors.h"
+#include "core/StrictJson.h"
 #include "core/Unicode.h"
 
 #include <array>
@@ -160,7 +161,7 @@ std::string repairSurrogateEscapes(std::string_view s) {
 } // namespace
 
 json parseLenientJson(std::string_view text) {
-    return json::parse(repairSurrogateEscapes(unicode::toValidUtf8(text)), nullptr, false);
+    return StrictJson::parse(repairSurrogateEscapes(unicode::toValidUtf8(text)));
 }
 
 std::string_view HookEvent::rawValue(Name name) {
@@ -206,7 +207,7 @@ std::optional<HookEvent> HookEvent::fromJson(const json& object) {
 }
 
 std::optional<HookEvent> HookEvent::decode(std::string_view body) {
-    const json parsed = json::parse(body, nullptr, false);
+    const json parsed = StrictJson::parse(body);
     if (parsed.is_discarded()) return std::nullopt;
     return fromJson(parsed);
 }

@@ -2,6 +2,7 @@
 
 #include "core/Graphemes.h"
 #include "core/JSONSplice.h"
+#include "core/StrictJson.h"
 
 #include <algorithm>
 #include <charconv>
@@ -24,19 +25,16 @@ struct TooDeep {};
 // Strict parsing, the last of duplicate keys winning; none when the text is not JSON.
 // `hooksMembers`, when given, counts the top-level members named "hooks".
 std::optional<json> parseJson(std::string_view text, int* hooksMembers = nullptr) {
-    try {
-        return json::parse(text,
-                           [hooksMembers](int depth, json::parse_event_t event, json& parsed) {
-                               if (depth > maximumDepth) throw TooDeep{};
-                               if (hooksMembers != nullptr && event == json::parse_event_t::key &&
-                                   depth == 1 && parsed == "hooks")
-                                   ++*hooksMembers;
-                               return true;
-                           });
-    } catch (const json::exception&) {
-    } catch (const TooDeep&) {
-    }
-    return std::nullopt;
+    json value =
+        StrictJson::parse(text, [hooksMembers](int depth, json::parse_event_t event, json& parsed) {
+            if (depth > maximumDepth) throw TooDeep{};
+            if (hooksMembers != nullptr && event == json::parse_event_t::key && depth == 1 &&
+                parsed == "hooks")
+                ++*hooksMembers;
+            return true;
+        });
+    if (value.is_discarded()) return std::nullopt;
+    return value;
 }
 
 std::optional<json> parseObject(std::string_view document) {

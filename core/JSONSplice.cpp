@@ -73,6 +73,7 @@ public:
     }
 
     std::optional<Member> find(std::string_view key) const {
+        rejectNul();
         const std::size_t open = openingBrace();
         std::size_t p = open + 1;
         if (p == size_) throw SpliceError::malformed("unterminated object");
@@ -148,6 +149,13 @@ public:
     }
 
 private:
+    // No JSON text holds a NUL, and the parsers that check the result stop reading at one.
+    void rejectNul() const {
+        if (slice(0, size_).find('\0') == std::string_view::npos) return;
+        for (std::size_t p = 0; p < size_; ++p)
+            if (is(p, '\0')) throw SpliceError::malformed("NUL character at " + std::to_string(p));
+    }
+
     std::string unescape(std::size_t from, std::size_t to) const {
         std::string out;
         for (std::size_t p = from; p < to; ++p) {

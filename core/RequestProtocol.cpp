@@ -99,7 +99,7 @@ ParseResult parse(std::string_view data) {
         }
     }
     const std::size_t bodyStart = terminator + kTerminator.size();
-    if (data.size() - bodyStart < length) return NeedMoreData{};
+    if (data.size() - bodyStart < length) return NeedMoreData{std::move(request)};
     request.body = std::string(data.substr(bodyStart, length));
     return request;
 }
@@ -126,13 +126,30 @@ bool constantTimeEquals(std::string_view a, std::string_view b) {
     return accumulator == 0;
 }
 
-Decision dispatch(const Request& request, std::string_view token) {
-    if (request.method != "POST" || request.path != "/v1/event") return {{404, "not found"}, {}};
+std::optional<Reply> refusal(const Request& request, std::string_view token) {
+    if (request.method != "POST" || request.path != "/v1/event") return Reply{404, "not found"};
     const auto presented = request.bearerToken();
-    if (!presented || !constantTimeEquals(*presented, token)) return {{401, "unauthorized"}, {}};
+    if (!presented || !constantTimeEquals(*presented, token)) return Reply{401, "unauthorized"};
+    return std::nullopt;
+}
+
+Decision dispatch(const Request& request, std::string_view token) {
+    if (auto refused = refusal(request, token)) return {std::move(*refused), {}};
     auto event = HookEvent::decode(request.body);
     if (!event) return {{422, "undecodable event"}, {}};
     return {{200, "ok"}, std::move(event)};
+}
+
+std::optional<Decision> answer(std::string_view received, std::string_view token,
+                               bool peerFinished) {
+    if (received.size() > maxRequestBytes) return Decision{{413, "payload too large"}, {}};
+    auto result = parse(received);
+    if (auto* bad = std::get_if<Bad>(&result)) return Decision{{400, std::move(bad->message)}, {}};
+    if (const auto* request = std::get_if<Request>(&result)) return dispatch(*request, token);
+    if (const auto& head = std::get<NeedMoreData>(result).head)
+        if (auto refused = refusal(*head, token)) return Decision{std::move(*refused), {}};
+    if (peerFinished) return Decision{{400, "incomplete request"}, {}};
+    return std::nullopt;
 }
 
 std::string_view Reply::reasonPhrase(int status) {

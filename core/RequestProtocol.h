@@ -32,7 +32,10 @@ struct Request {
 struct Bad {
     std::string message;
 };
-struct NeedMoreData {};
+struct NeedMoreData {
+    // The request without its body, once the header block is complete.
+    std::optional<Request> head;
+};
 using ParseResult = std::variant<Bad, Request, NeedMoreData>;
 
 struct Reply {
@@ -51,15 +54,18 @@ struct Decision {
 };
 
 ParseResult parse(std::string_view data);
+// The reply to a request whose method, path or token is wrong; none when they are right.
+// Needs no body, so a request can be refused before its body is read.
+std::optional<Reply> refusal(const Request& request, std::string_view token);
 Decision dispatch(const Request& request, std::string_view token);
 // Compares without an early exit, so timing does not reveal a matching prefix.
 bool constantTimeEquals(std::string_view a, std::string_view b);
 
-inline Reply incompleteRequest() {
-    return {400, "incomplete request"};
-}
-inline Reply payloadTooLarge() {
-    return {413, "payload too large"};
-}
+// What one connection gets for the bytes it has sent so far (`peerFinished`: it has ended
+// its sending side), or none while more must be read. A body is only ever awaited for a
+// request that would be accepted, so a client without the token cannot make the listener
+// hold its body.
+std::optional<Decision> answer(std::string_view received, std::string_view token,
+                               bool peerFinished);
 
 } // namespace norrow::RequestProtocol

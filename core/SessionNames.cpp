@@ -1,6 +1,7 @@
 #include "core/SessionNames.h"
 
 #include "core/Graphemes.h"
+#include "core/StrictJson.h"
 #include "core/Unicode.h"
 
 #include <algorithm>
@@ -48,7 +49,7 @@ std::optional<std::string> cwdOf(std::string_view line) {
             return line.find(spelling) != std::string_view::npos;
         }))
         return std::nullopt;
-    const auto value = nlohmann::json::parse(unicode::toValidUtf8(line), nullptr, false);
+    const auto value = StrictJson::parse(unicode::toValidUtf8(line));
     if (!value.is_object()) return std::nullopt;
     const auto cwd = value.find("cwd");
     if (cwd == value.end() || !cwd->is_string() || cwd->get_ref<const std::string&>().empty())

@@ -9,14 +9,15 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-    const auto result = norrow::RequestProtocol::parse(bytes);
-    if (const auto* request = std::get_if<norrow::RequestProtocol::Request>(&result)) {
-        const auto decision = norrow::RequestProtocol::dispatch(*request, "token");
-        (void)decision.reply.bytes();
-        if (decision.event) {
-            const auto again =
-                norrow::HookEvent::fromJson(nlohmann::json::parse(decision.event->encode().dump()));
-            if (!again || !(*again == *decision.event)) __builtin_trap();
+    // As the listener sees the bytes: still arriving, then with the sender finished.
+    for (const bool peerFinished : {false, true}) {
+        const auto decision = norrow::RequestProtocol::answer(bytes, "token", peerFinished);
+        if (!decision) continue;
+        (void)decision->reply.bytes();
+        if (decision->event) {
+            const auto again = norrow::HookEvent::fromJson(
+                nlohmann::json::parse(decision->event->encode().dump()));
+            if (!again || !(*again == *decision->event)) __builtin_trap();
         }
     }
     // Bodies alone, so the decoder is reached without the token.

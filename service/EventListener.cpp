@@ -1,10 +1,22 @@
 #include "service/EventListener.h"
 
+#include <array>
 #include <asio.hpp>
+#include <cerrno>
 #include <chrono>
+#include <list>
 #include <thread>
 
 namespace norrow {
+namespace {
+
+bool isOutOfDescriptors(const asio::error_code& error) {
+    if (error.category() != asio::error::get_system_category()) return false;
+    const int value = error.value();
+    return value == EMFILE || value == ENFILE || value == ENOBUFS || value == ENOMEM;
+}
+
+} // namespace
 
 // The one serial network queue: an io_context run by a thread of its own.
 struct EventListener::Network {
@@ -13,66 +25,99 @@ struct EventListener::Network {
     std::shared_ptr<asio::ip::tcp::acceptor> acceptor;
     // Tells the handlers of a replaced or stopped acceptor apart from the current one's.
     std::uint64_t generation = 0;
+    // Open connections, the one idle longest first.
+    std::list<std::shared_ptr<Connection>> connections;
+    // Every read lands here first, so an idle connection holds no buffer of its own.
+    std::array<char, RequestProtocol::maxReadBytes> readBuffer;
     std::thread thread;
 };
 
-// One request on one connection: read until the bytes parse, answer once, close.
+// One request on one connection: read until the bytes get an answer, reply once, then read
+// and drop whatever the client still sends until it closes, so that it sees the reply rather
+// than a reset. The deadline ends the connection at whatever stage it is.
 class EventListener::Connection : public std::enable_shared_from_this<Connection> {
 public:
     Connection(asio::ip::tcp::socket socket, EventListener& service)
-        : socket_(std::move(socket)), service_(service) {}
+        : socket_(std::move(socket)), deadline_(socket_.get_executor()), service_(service) {}
 
-    void receive() {
-        auto self = shared_from_this();
-        socket_.async_read_some(
-            asio::buffer(chunk_),
-            [self](const asio::error_code& error, std::size_t n) { self->received(error, n); });
-    }
-
-private:
-    void received(const asio::error_code& error, std::size_t n) {
-        const bool peerFinished = error == asio::error::eof;
-        if (error && !peerFinished) return close();
-        buffer_.append(chunk_.data(), n);
-        if (buffer_.size() > RequestProtocol::maxRequestBytes)
-            return respond(RequestProtocol::payloadTooLarge(), {});
-        auto result = RequestProtocol::parse(buffer_);
-        if (auto* bad = std::get_if<RequestProtocol::Bad>(&result))
-            return respond({400, std::move(bad->message)}, {});
-        if (auto* request = std::get_if<RequestProtocol::Request>(&result)) {
-            auto decision = RequestProtocol::dispatch(*request, service_.token_);
-            return respond(std::move(decision.reply), std::move(decision.event));
-        }
-        if (peerFinished) return respond(RequestProtocol::incompleteRequest(), {});
-        receive();
-    }
-
-    // The event goes to the main thread only once its 200 reply has been sent.
-    void respond(const RequestProtocol::Reply& reply, std::optional<HookEvent> event) {
-        reply_ = reply.bytes();
-        auto self = shared_from_this();
-        asio::async_write(
-            socket_, asio::buffer(reply_),
-            [self, event = std::move(event)](const asio::error_code&, std::size_t) mutable {
-                self->close();
-                if (!event) return;
-                self->service_.deliver(std::move(*event));
-            });
+    void start() {
+        auto& connections = service_.network_->connections;
+        position_ = connections.insert(connections.end(), shared_from_this());
+        deadline_.expires_after(EventListener::deadline);
+        deadline_.async_wait([self = shared_from_this()](const asio::error_code& error) {
+            if (!error) self->close();
+        });
+        asio::error_code ignored;
+        socket_.non_blocking(true, ignored);
+        awaitData();
     }
 
     void close() {
+        if (closed_) return;
+        closed_ = true;
+        const auto self = shared_from_this();
+        service_.network_->connections.erase(position_);
+        deadline_.cancel();
         asio::error_code ignored;
         socket_.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
         socket_.close(ignored);
     }
 
+private:
+    void awaitData() {
+        socket_.async_wait(asio::socket_base::wait_read,
+                           [self = shared_from_this()](const asio::error_code& error) {
+                               if (!self->closed_) self->readable(error);
+                           });
+    }
+
+    void readable(const asio::error_code& waitError) {
+        if (waitError) return close();
+        auto& chunk = service_.network_->readBuffer;
+        asio::error_code error;
+        const std::size_t n = socket_.read_some(asio::buffer(chunk), error);
+        if (error == asio::error::would_block) return awaitData();
+        const bool peerFinished = error == asio::error::eof;
+        if (error && !peerFinished) return close();
+        markActive();
+        if (replied_) return peerFinished ? close() : awaitData();
+        buffer_.append(chunk.data(), n);
+        auto decision = RequestProtocol::answer(buffer_, service_.token_, peerFinished);
+        if (!decision) return awaitData();
+        respond(std::move(*decision), peerFinished);
+    }
+
+    // The event goes to the main thread only once its 200 reply has been sent.
+    void respond(RequestProtocol::Decision decision, bool peerFinished) {
+        replied_ = true;
+        std::string().swap(buffer_);
+        reply_ = decision.reply.bytes();
+        asio::async_write(socket_, asio::buffer(reply_),
+                          [self = shared_from_this(), event = std::move(decision.event),
+                           peerFinished](const asio::error_code& error, std::size_t) mutable {
+                              if (event) self->service_.deliver(std::move(*event));
+                              if (self->closed_) return;
+                              if (error || peerFinished) return self->close();
+                              asio::error_code ignored;
+                              self->socket_.shutdown(asio::ip::tcp::socket::shutdown_send, ignored);
+                              self->awaitData();
+                          });
+    }
+
+    // Moves this connection to the end of the line for closing.
+    void markActive() {
+        auto& connections = service_.network_->connections;
+        connections.splice(connections.end(), connections, position_);
+    }
+
     asio::ip::tcp::socket socket_;
+    asio::steady_timer deadline_;
     EventListener& service_;
-    // Left uninitialised: only the bytes each read delivers are used, and zeroing 64 KiB per
-    // connection would cost more than parsing a typical request.
-    std::array<char, RequestProtocol::maxReadBytes> chunk_;
+    std::list<std::shared_ptr<Connection>>::iterator position_;
     std::string buffer_;
     std::string reply_;
+    bool replied_ = false;
+    bool closed_ = false;
 };
 
 std::shared_ptr<EventListener> EventListener::create(std::string token, PostToMain postToMain) {
@@ -151,11 +196,18 @@ void EventListener::accept(std::uint64_t generation) {
                 if (generation == network_->generation) cancelled();
                 return;
             }
+            auto& connections = network_->connections;
             if (!error) {
-                std::make_shared<Connection>(std::move(socket), *this)->receive();
+                if (connections.size() >= maxConnections) connections.front()->close();
+                std::make_shared<Connection>(std::move(socket), *this)->start();
                 return accept(generation);
             }
-            // Out of descriptors or a connection reset before accept: keep listening, but give
+            // Out of descriptors: the connection idle longest makes room for the new one.
+            if (isOutOfDescriptors(error) && !connections.empty()) {
+                connections.front()->close();
+                return accept(generation);
+            }
+            // Nothing to close, or a connection reset before accept: keep listening, but give
             // the system a moment so a persistent error does not spin.
             auto timer =
                 std::make_shared<asio::steady_timer>(network_->io, std::chrono::milliseconds(10));

@@ -4,6 +4,8 @@
 #include "core/RequestProtocol.h"
 
 #include <atomic>
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -32,6 +34,11 @@ public:
             : std::runtime_error("listener failed to start: " + text) {}
         Case kind() const { return Case::failedToStart; }
     };
+
+    // How long a connection may stay open, from accept to close, whatever it sends.
+    static constexpr std::chrono::seconds deadline{3};
+    // Open connections at most; a new one closes the one that has been idle longest.
+    static constexpr std::size_t maxConnections = 128;
 
     static std::shared_ptr<EventListener> create(std::string token, PostToMain postToMain);
     ~EventListener();

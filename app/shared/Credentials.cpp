@@ -53,11 +53,15 @@ std::string Credentials::token() {
     if (const auto stored = keychain_.read(service, account);
         stored && !stored->empty() && unicode::isValidUtf8(*stored))
         return *stored;
+    // Also a store written before it was kept private is made so.
     if (const auto fallback = settings_.string(SettingKey::bridgeTokenFallback);
-        fallback && !fallback->isEmpty())
+        fallback && !fallback->isEmpty()) {
+        settings_.restrictToOwner();
         return fallback->toStdString();
+    }
     const std::string fresh = generateToken();
     if (!keychain_.replace(service, account, fresh)) {
+        settings_.restrictToOwner();
         settings_.set(SettingKey::bridgeTokenFallback, QString::fromStdString(fresh));
         settings_.sync();
     }

@@ -1,6 +1,14 @@
 #include "app/shared/Settings.h"
 
+#include "core/Files.h"
+
 #include <array>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 
 namespace norrow {
@@ -84,6 +92,24 @@ void Settings::remove(const QString& key) {
 
 void Settings::sync() {
     settings_->sync();
+}
+
+void Settings::restrictToOwner() {
+#if defined(__APPLE__)
+    // The system's preferences daemon writes that file and chooses its mode.
+    if (settings_->format() == QSettings::NativeFormat) return;
+#endif
+    const std::filesystem::path file = settings_->fileName().toStdString();
+    if (const auto failure = files::makePrivateFolder(file.parent_path())) {
+        qWarning("Norrow: could not make the folder %s private: %s", failure->path.c_str(),
+                 std::strerror(failure->error));
+        return;
+    }
+    // Rewrites replace the file with one of the same mode.
+    const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0 || ::fchmod(fd, 0600) != 0)
+        qWarning("Norrow: could not make %s private: %s", file.c_str(), std::strerror(errno));
+    if (fd >= 0) ::close(fd);
 }
 
 } // namespace norrow

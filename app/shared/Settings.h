@@ -44,6 +44,10 @@ public:
     void set(const QString& key, const QVariant& value);
     void remove(const QString& key);
     void sync();
+    // Makes the store's file readable by its owner only (0600, in a 0700 folder), creating
+    // it empty when missing so that every later write keeps that mode: for when it is to
+    // hold a secret. Failures are logged.
+    void restrictToOwner();
 
     // The value a key has while the user never set it; invalid for keys without one.
     static QVariant builtIn(const QString& key);

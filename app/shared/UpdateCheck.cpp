@@ -1,6 +1,7 @@
 #include "app/shared/UpdateCheck.h"
 
-#include <nlohmann/json.hpp>
+#include "core/StrictJson.h"
+
 #include <utility>
 
 namespace norrow {
@@ -42,7 +43,8 @@ void UpdateCheck::complete(std::optional<Release> found, const std::function<voi
 
 std::optional<UpdateCheck::Release> UpdateCheck::parse(const QByteArray& body,
                                                        std::string_view current) {
-    const auto document = nlohmann::json::parse(body.begin(), body.end(), nullptr, false);
+    const auto document = StrictJson::parse(
+        std::string_view(body.constData(), static_cast<std::size_t>(body.size())));
     if (!document.is_object()) return std::nullopt;
     const auto version = document.find("version");
     const auto url = document.find("url");

@@ -1,9 +1,11 @@
 #include "app/shared/Credentials.h"
 
+#include "support/Files.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 #include <regex>
+#include <sys/stat.h>
 
 namespace norrow {
 namespace {
@@ -59,11 +61,23 @@ TEST_F(CredentialsTest, AnUnusableKeychainValueCountsAsMissing) {
     }
 }
 
-TEST_F(CredentialsTest, FallsBackToSettingsWhileTheKeychainRefusesWrites) {
+// The settings then hold the token, so they are the owner's alone, also when an earlier
+// version left them readable.
+TEST_F(CredentialsTest, FallsBackToPrivateSettingsWhileTheKeychainRefusesWrites) {
     keychain.writable = false;
+    const auto store = folder / "settings.ini";
+    const auto expectPrivate = [&] {
+        EXPECT_EQ(test::mode(store), 0600u);
+        EXPECT_EQ(test::mode(folder.path()), 0700u);
+    };
+    ::chmod(folder.path().c_str(), 0755);
     const std::string first = token();
+    expectPrivate();
     EXPECT_EQ(freshSettings().string("bridgeTokenFallback"), QString::fromStdString(first));
+    ::chmod(store.c_str(), 0644);
+    ::chmod(folder.path().c_str(), 0755);
     EXPECT_EQ(token(), first);
+    expectPrivate();
 
     // Once the keychain holds a token again, it wins over the fallback.
     keychain.item = std::string(64, 'a');

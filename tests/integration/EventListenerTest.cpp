@@ -1,10 +1,13 @@
 #include "service/EventListener.h"
 
 #include "core/RequestProtocol.h"
+#include "support/Files.h"
 
 #include <asio.hpp>
 #include <deque>
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <set>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -28,6 +31,23 @@ std::string stopEvent(const std::string& sessionId) {
 }
 
 asio::io_context io;
+
+// Everything the server sends on `fd` until it closes the connection (or resets it); nothing
+// when it is still open at `until`.
+std::optional<std::string> readUntilClosed(int fd, std::chrono::steady_clock::time_point until) {
+    std::string received;
+    char buffer[4096];
+    for (;;) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+        pollfd ready{fd, POLLIN, 0};
+        if (left.count() <= 0 || ::poll(&ready, 1, static_cast<int>(left.count())) <= 0)
+            return std::nullopt;
+        const ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
+        if (n <= 0) return received;
+        received.append(buffer, static_cast<std::size_t>(n));
+    }
+}
 
 // A connection of its own, so a test controls exactly which bytes go out and when.
 struct Client {
@@ -53,6 +73,10 @@ struct Client {
         asio::error_code error;
         asio::read(socket, asio::dynamic_buffer(reply), error);
         return reply;
+    }
+
+    std::optional<std::string> readUntilClosed(std::chrono::steady_clock::time_point until) {
+        return norrow::readUntilClosed(socket.native_handle(), until);
     }
 
     asio::ip::tcp::socket socket{io};
@@ -184,6 +208,73 @@ TEST_F(EventListenerTest, SizeGuardComesBeforeParsing) {
     EXPECT_EQ(roundTrip(port, requestOf(limit)), kOkReply);
     ASSERT_EQ(collect(1), 1u);
     EXPECT_TRUE(events[0].message == message);
+}
+
+// A thousand connections that never finish a request, and no descriptor left for a new
+// one: a real event still goes through at once, and every hostile connection is answered or
+// cut off by its deadline.
+TEST_F(EventListenerTest, ARealEventGoesThroughHostileConnections) {
+    rlimit saved{};
+    ::getrlimit(RLIMIT_NOFILE, &saved);
+    // Both ends of every connection live in this process.
+    const rlimit roomy{std::min<rlim_t>(saved.rlim_max, 4096), saved.rlim_max};
+    if (roomy.rlim_cur < 2500)
+        GTEST_SKIP() << "needs 2,500 open files, may have " << roomy.rlim_cur;
+    ::setrlimit(RLIMIT_NOFILE, &roomy);
+    const std::uint16_t port = start();
+    const std::string payload =
+        test::contents(std::filesystem::path(NORROW_CORPUS_DIR) / "hook-payloads/0004.json");
+
+    std::deque<Client> idle, dripping, unauthenticated;
+    for (int i = 0; i < 600; ++i)
+        idle.emplace_back(port);
+    for (int i = 0; i < 300; ++i)
+        dripping.emplace_back(port).send("POST /v1/event HTTP/1.1\r\nX-Drip: ");
+    const std::string partialBody = "POST /v1/event HTTP/1.1\r\nAuthorization: Bearer guess\r\n"
+                                    "Content-Length: 1048576\r\n\r\n" +
+                                    std::string(65'536, '{');
+    for (int i = 0; i < 100; ++i)
+        unauthenticated.emplace_back(port).send(partialBody);
+    std::jthread drip([&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
+            for (auto& client : dripping) {
+                asio::error_code ignored;
+                asio::write(client.socket, asio::buffer("a", 1), ignored);
+            }
+            std::this_thread::sleep_for(20ms);
+        }
+    });
+    // The last connection opened has its answer, so the listener has taken in all of them.
+    pollfd answered{unauthenticated.back().socket.native_handle(), POLLIN, 0};
+    ASSERT_EQ(::poll(&answered, 1, 10'000), 1);
+
+    // Every descriptor is taken, so the listener's next accept fails for want of one.
+    asio::ip::tcp::socket real(io);
+    real.open(asio::ip::tcp::v4());
+    std::vector<int> taken;
+    for (int fd; (fd = ::dup(real.native_handle())) >= 0;)
+        taken.push_back(fd);
+    EXPECT_EQ(errno, EMFILE);
+    real.connect({asio::ip::address_v4::loopback(), port});
+    asio::write(real, asio::buffer(eventRequest(payload)));
+    const auto second = std::chrono::steady_clock::now() + 1s;
+    EXPECT_EQ(readUntilClosed(real.native_handle(), second), kOkReply);
+    EXPECT_TRUE(runUntil(
+        [this] { return !events.empty(); },
+        std::chrono::ceil<std::chrono::milliseconds>(second - std::chrono::steady_clock::now())));
+    for (const int fd : taken)
+        ::close(fd);
+    drip.request_stop();
+    drip.join();
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0], HookEvent::decode(payload));
+
+    const auto deadline = std::chrono::steady_clock::now() + EventListener::deadline + 2s;
+    const std::string refused = RequestProtocol::Reply{401, "unauthorized"}.bytes();
+    for (auto* group : {&idle, &dripping, &unauthenticated})
+        for (auto& client : *group)
+            EXPECT_EQ(client.readUntilClosed(deadline), group == &unauthenticated ? refused : "");
+    ::setrlimit(RLIMIT_NOFILE, &saved);
 }
 
 TEST_F(EventListenerTest, FallsBackOnceFromABusyPortAndReportsStop) {

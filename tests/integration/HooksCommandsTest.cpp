@@ -15,6 +15,10 @@ TEST(HooksCommands, AnswerOnTheirStreamsWithTheirStatuses) {
     const std::string claude = (top / "claude").string();
     std::filesystem::create_directories(claude);
     std::ofstream(claude + "/settings.json") << "{}";
+    const std::string before = (top / "before.json").string(),
+                      after = (top / "after.json").string();
+    std::ofstream(before) << R"({"a": 1})";
+    std::ofstream(after) << R"({"a": 1})" << '\0' << R"(, "b": 2})";
     const std::string notListening = "Not listening yet\nNorrow has no port open, so there is "
                                      "nothing to point Claude Code at. Quit and reopen the app, "
                                      "then try again.\n";
@@ -32,6 +36,9 @@ TEST(HooksCommands, AnswerOnTheirStreamsWithTheirStatuses) {
         {{"hooks", "plan", "remove"},
          "{}",
          {0, "{\"updatedDocument\":null,\"alreadyCorrect\":true,\"foreignHookCount\":0}\n", ""}},
+        {{"hooks", "verify", before, after},
+         "",
+         {1, "", "the file was written but failed verification: result does not parse\n"}},
         {{"hooks", "install", "--claude-folder", claude}, "", {1, "", notListening}},
         {{"hooks", "remove", "--claude-folder", claude},
          "",

@@ -1,4 +1,5 @@
 #include "core/BridgeConfig.h"
+#include "support/Files.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 
@@ -54,8 +55,10 @@ TEST_F(ServeTest, JsonModeEchoesEveryAcceptedEventAndPublishesTheConfig) {
     auto server = serve({"--port", "0", "--json"});
     const std::uint16_t port = portOf(server->readLine());
     ASSERT_NE(port, 0);
-    EXPECT_EQ(BridgeConfig::read(BridgeConfig::location(dir / "claude")),
-              (BridgeConfig{port, kToken}));
+    const auto config = BridgeConfig::location(dir / "claude");
+    EXPECT_EQ(BridgeConfig::read(config), (BridgeConfig{port, kToken}));
+    EXPECT_EQ(test::mode(config), 0600u);
+    EXPECT_EQ(test::mode(config.parent_path()), 0700u);
 
     EXPECT_EQ(post(port, R"({"hook_event_name":"Stop","session_id":"s","unknown":1})"), "ok");
     EXPECT_EQ(post(port, R"({"hook_event_name":"Stop"})", "wrong"), "unauthorized");

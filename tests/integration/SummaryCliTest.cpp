@@ -49,8 +49,10 @@ TEST(SummaryCommands, PrintOneCompactJsonLine) {
 }
 
 TEST(SummaryCommands, RefuseUndecodableEventsAndBadArguments) {
-    for (const std::string input :
-         {"not json", R"({"hook_event_name":"PermissionRequest"})", "[]", ""}) {
+    for (const std::string& input :
+         {std::string("not json"), std::string(R"({"hook_event_name":"PermissionRequest"})"),
+          std::string("[]"), std::string(),
+          std::string(R"({"hook_event_name":"Stop"})") + '\0' + "}"}) {
         const auto result = norrowctl({"summarize"}, input);
         EXPECT_EQ(result.status, 1) << input;
         EXPECT_EQ(result.err, "undecodable event\n") << input;

@@ -38,6 +38,7 @@ public:
     int stop(int signal);
     // Everything written to standard error so far.
     std::string errors() const;
+    pid_t pid() const { return pid_; }
 
 private:
     pid_t pid_ = -1;

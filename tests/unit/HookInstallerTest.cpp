@@ -95,6 +95,7 @@ TEST(HookInstaller, RefusesWhatClaudeCodeWouldNotRead) {
         {"[]", notObject},
         {"{\"a\": 1} // note", notObject},
         {"{\"a\": \"\xff\"}", notObject},
+        {std::string("{\"a\": 1}\0{", 10), notObject},
         {"{\"a\":" + std::string(600, '[') + std::string(600, ']') + "}", notObject},
         {"{\"hooks\": {}, \"\\u0068ooks\": {}}",
          "settings.json has more than one top-level \"hooks\" member and Claude Code reads only "
@@ -119,6 +120,8 @@ TEST(HookInstaller, VerifiesThatOnlyHooksChanged) {
         {R"({"a": 1, "b": {"x": [1, "y"]}, "c": null})", outside},
         {R"({"a": 1, "b": {"x": ["y", 1]}})", outside},
         {R"([1])", failed + "result does not parse"},
+        {std::string(R"({"a": 1, "b": {"x": [1, "y"]}})") + '\0' + "junk",
+         failed + "result does not parse"},
     };
     for (const auto& [after, description] : cases)
         EXPECT_EQ(failure([&] { HookInstaller::verify(before, after); }), description) << after;

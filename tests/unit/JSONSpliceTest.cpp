@@ -55,6 +55,9 @@ TEST(JSONSplice, EditsOnlyTheMemberOrDescribesTheDocumentsFault) {
         {"{\"a\\\"b\" 1}", remove, malformed + "expected ':' after key a\"b"},
         {"{\"a\":", remove, malformed + "expected a value after key a"},
         {"{\"a\": [1, {\"b\": 2}", remove, malformed + "unterminated value"},
+        // No parser reads past a NUL, so none may hide the rest of a document.
+        {std::string("{\"a\": 1}\0{\"hooks\": 2}", 21), remove, malformed + "NUL character at 8"},
+        {std::string("{\"\xc3\xa9\": \"\0\"}", 11), set, malformed + "NUL character at 7"},
     };
     for (const auto& [document, edit, expected] : cases) {
         std::string result;

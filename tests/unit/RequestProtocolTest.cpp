@@ -1,6 +1,7 @@
 #include "core/RequestProtocol.h"
 
 #include <gtest/gtest.h>
+#include <optional>
 
 namespace norrow {
 namespace {
@@ -47,6 +48,8 @@ TEST(RequestProtocol, RepliesTable) {
         {request(std::string("Bearer ") + kToken, R"({"hook_event_name":"PreToolUse"})"),
          {422, "undecodable event"}},
         {request(std::string("Bearer ") + kToken, "nonsense"), {422, "undecodable event"}},
+        {request(std::string("Bearer ") + kToken, std::string(kStop) + '\0' + "tail"),
+         {422, "undecodable event"}},
         {"POST /v1/event\r\nAuthorization: Bearer s3cret-token\r\nContent-Length: abc\r\n\r\n{}",
          {422, "undecodable event"}},
     };
@@ -70,6 +73,42 @@ TEST(RequestProtocol, WaitsForTheWholeRequest) {
             << cut;
     EXPECT_TRUE(std::holds_alternative<RequestProtocol::NeedMoreData>(
         RequestProtocol::parse(std::string(16'384, 'a'))));
+}
+
+// A body is awaited only for a request that would be accepted; anything else is answered
+// as soon as its header block is in.
+TEST(RequestProtocol, AnswersBeforeTheBodyUnlessTheRequestWouldBeAccepted) {
+    const std::string partial = "Content-Length: 1048576\r\n\r\n{\"hook_";
+    const std::string authorized = std::string("Authorization: Bearer ") + kToken + "\r\n";
+    const struct {
+        std::string received;
+        bool peerFinished;
+        std::optional<RequestProtocol::Reply> expected;
+    } cases[] = {
+        {"POST /v1/event HTTP/1.1\r\n" + partial, false,
+         RequestProtocol::Reply{401, "unauthorized"}},
+        {"POST /v1/event HTTP/1.1\r\nAuthorization: Bearer nope\r\n" + partial, false,
+         RequestProtocol::Reply{401, "unauthorized"}},
+        {"POST /v1/other HTTP/1.1\r\n" + authorized + partial, false,
+         RequestProtocol::Reply{404, "not found"}},
+        {"POST /v1/event HTTP/1.1\r\n" + authorized + partial, false, std::nullopt},
+        {"POST /v1/event HTTP/1.1\r\n" + authorized + partial, true,
+         RequestProtocol::Reply{400, "incomplete request"}},
+        {"POST /v1/event HTTP/1.1\r\nAuthoriz", false, std::nullopt},
+        {"POST /v1/event HTTP/1.1\r\nAuthoriz", true,
+         RequestProtocol::Reply{400, "incomplete request"}},
+        {request() + std::string(RequestProtocol::maxRequestBytes, ' '), false,
+         RequestProtocol::Reply{413, "payload too large"}},
+        {request(), false, RequestProtocol::Reply{200, "ok"}},
+    };
+    for (const auto& c : cases) {
+        const auto decision = RequestProtocol::answer(c.received, kToken, c.peerFinished);
+        ASSERT_EQ(decision.has_value(), c.expected.has_value()) << c.received.substr(0, 80);
+        if (!decision) continue;
+        EXPECT_EQ(decision->reply.status, c.expected->status) << c.received.substr(0, 80);
+        EXPECT_EQ(decision->reply.body, c.expected->body) << c.received.substr(0, 80);
+        EXPECT_EQ(decision->event.has_value(), c.expected->status == 200);
+    }
 }
 
 TEST(RequestProtocol, HeaderRulesAndLargestBody) {
