@@ -40,6 +40,8 @@ protected:
     AppControllerTest() {
         fs::create_directories(claude);
         fs::copy_file(fs::path(NORROW_CORPUS_DIR) / "settings/0001.json", claude / "settings.json");
+        // The corpus is read-only, and Norrow leaves a read-only settings.json alone.
+        fs::permissions(claude / "settings.json", fs::perms::owner_write, fs::perm_options::add);
         original = *files::read(claude / "settings.json");
         settings.set(SettingKey::claudeFolderOverride, QString::fromStdString(claude.string()));
         // Tests that want the first-launch menu say so.
