@@ -130,6 +130,8 @@ std::vector<std::string> openingSentences(CleanedBlocks& blocks) {
 
 SummaryKind classify(const HookEvent& event, CleanedBlocks& blocks,
                      const std::vector<std::string>& opening) {
+    // A turn cut short by an error waits on the user to retry it.
+    if (event.hookEventName == HookEvent::Name::stopFailure) return SummaryKind::needsYou;
     if (event.hookEventName == HookEvent::Name::notification) {
         using Type = HookEvent::NotificationType;
         const auto type = event.notificationType;
@@ -170,10 +172,16 @@ Summary summarize(const HookEvent& event, std::optional<Seconds> duration) {
     summary.kind = classify(event, blocks, opening);
     const std::string lead = assembleLead(opening);
     summary.usedFallback = lead.empty();
-    summary.text =
-        summary.usedFallback
-            ? fallbackText(summary.kind, event.stats ? event.stats->toolCount : std::nullopt)
-            : truncate(lead, maxLength);
+    if (event.hookEventName == HookEvent::Name::stopFailure)
+        // The last message of a failed turn is the error the client reported.
+        summary.text = summary.usedFallback
+                           ? std::string(failedTurn)
+                           : truncate(std::string(failedTurn) + ": " + lead, maxLength);
+    else
+        summary.text =
+            summary.usedFallback
+                ? fallbackText(summary.kind, event.stats ? event.stats->toolCount : std::nullopt)
+                : truncate(lead, maxLength);
     summary.statLine = statLine(event.stats);
     summary.durationText = durationText(duration);
     return summary;

@@ -19,7 +19,8 @@ EventHandler::Outcome EventHandler::handle(const HookEvent& event,
     case HookEvent::Name::userPromptSubmit:
         turns_.begin(event, frontmostNow, now);
         return {true, std::nullopt};
-    case HookEvent::Name::stop: {
+    case HookEvent::Name::stop:
+    case HookEvent::Name::stopFailure: {
         const auto finished = turns_.finish(event, now);
         if (!finished) return present(event, std::nullopt, std::nullopt, frontmostNow);
         return present(event, finished->duration, finished->turn.frontmostAtStart, frontmostNow);

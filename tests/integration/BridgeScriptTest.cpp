@@ -86,8 +86,12 @@ TEST_F(BridgeScriptTest, CarriesOnePromptThroughASessionUnderEveryShell) {
         EXPECT_EQ(prompt.value("prompt_id", "").size(), 36u);
         EXPECT_EQ(json::parse(contents(state / (session + ".json")))["prompt_id"],
                   prompt["prompt_id"]);
-        for (const char* name : {"0004", "0040"}) {
-            const json event = post(payload(name, session), shell);
+        const std::string failure = R"({"session_id":")" + session +
+                                    R"(","hook_event_name":"StopFailure",)"
+                                    R"("last_assistant_message":"API Error: Rate limited"})";
+        for (const std::string& body :
+             {payload("0004", session), payload("0040", session), failure}) {
+            const json event = post(body, shell);
             EXPECT_EQ(event["prompt_id"], prompt["prompt_id"]);
             EXPECT_EQ(event["term_app_path"], prompt["term_app_path"]);
         }

@@ -86,6 +86,18 @@ TEST_F(EventHandlerTest, NotificationsThatAskForTheUserAreNeverHeldBackByTheRule
     EXPECT_EQ(turns.openCount(), 1u);
 }
 
+TEST_F(EventHandlerTest, AFailedTurnClosesAndIsAnnouncedLikeAWaitingAlert) {
+    HookEvent failure = event(HookEvent::Name::stopFailure);
+    failure.lastAssistantMessage = "API Error: 529 Overloaded";
+    const auto alert = turn(1s, "com.apple.Terminal", "com.apple.Terminal", failure);
+    ASSERT_TRUE(alert);
+    EXPECT_EQ(alert->result.text, "Turn failed: API Error: 529 Overloaded");
+    EXPECT_EQ(alert->result.kind, SummaryKind::needsYou);
+    EXPECT_EQ(turns.openCount(), 0u);
+    settings.set("rule.mutedProjects", QStringList{"proj"});
+    EXPECT_FALSE(turn(60s, "a", "b", failure));
+}
+
 TEST_F(EventHandlerTest, EventsThatNeedNothingProduceNothing) {
     using Type = HookEvent::NotificationType;
     for (const auto type : {std::optional<Type>(Type::agentCompleted),

@@ -22,7 +22,8 @@ template <typename Operation> std::string failure(Operation operation) {
 
 TEST(HookInstaller, InstallsIntoAnEmptyObjectInTheHandFormattedLayout) {
     std::string entries;
-    for (const char* event : {"Notification", "SessionEnd", "Stop", "UserPromptSubmit"})
+    for (const char* event :
+         {"Notification", "SessionEnd", "Stop", "StopFailure", "UserPromptSubmit"})
         entries += std::string(entries.empty() ? "" : ",\n") + "    \"" + event +
                    "\": [\n      {\n        \"matcher\": \"\",\n        \"hooks\": [\n          {\n"
                    "            \"type\": \"command\",\n            \"command\": \"" +
@@ -63,8 +64,9 @@ TEST(HookInstaller, ReplacesItsOwnOldEntriesAndRemovesThemAgain) {
 TEST(HookInstaller, RefusesWhatClaudeCodeWouldNotRead) {
     const std::string notJSON = "settings.json is not valid JSON, so it will not be modified: ";
     const std::string notObject = notJSON + "top level is not a JSON object";
-    const std::string trailing = "' \u2014 valid to lenient JSON readers but not to the parser Claude Code "
-                                 "uses, so this file will not be modified";
+    const std::string trailing =
+        "' \u2014 valid to lenient JSON readers but not to the parser Claude Code "
+        "uses, so this file will not be modified";
     const std::pair<std::string, std::string> cases[] = {
         {"{\"a\": [1, 2,\n]}", notJSON + "trailing comma before ']" + trailing},
         {"{\"a\": 1, \u2028}", notJSON + "trailing comma before '}" + trailing},
