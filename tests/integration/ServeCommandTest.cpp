@@ -75,6 +75,8 @@ TEST_F(ServeTest, PrintsOneLinePerAlertByTheUsersRules) {
         R"({"hook_event_name":"UserPromptSubmit","prompt_id":"p","session_id":"s","cwd":"/w/proj"})");
     post(port, R"({"hook_event_name":"Stop","prompt_id":"p","session_id":"s","cwd":"/w/proj",)"
                R"("last_assistant_message":"Fixed the **bug**. Tests pass."})");
+    post(port, R"({"hook_event_name":"Notification","notification_type":"idle_prompt",)"
+               R"("prompt_id":"p","session_id":"s","message":"Claude is waiting for your input"})");
     post(port, R"({"hook_event_name":"StopFailure","error":"rate_limit","cwd":"/w/proj",)"
                R"("last_assistant_message":"API Error: Rate limited"})");
     post(
