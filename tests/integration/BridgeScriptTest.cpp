@@ -141,6 +141,30 @@ TEST_F(BridgeScriptTest, FindsTheHostingEditor) {
               "com.apple.Terminal");
 }
 
+// A script runs in its interpreter, which is not the host: a wrapper script in a terminal
+// gives the terminal, while a terminal that is itself a script, with no other host above
+// it, gives its interpreter.
+TEST_F(BridgeScriptTest, LooksPastAScriptsInterpreter) {
+    const fs::path xterm = top / "xterm", screen = top / "screen";
+    fs::copy_file("/bin/dash", xterm);
+    fs::copy_file("/bin/dash", screen);
+    const fs::path wrapper = top / "start-claude.sh", terminal = top / "terminator";
+    test::put(wrapper, "#!/bin/dash\nsh \"$1\"\ntrue\n");
+    test::put(terminal, "#!/usr/bin/perl\nsystem(\"sh\", @ARGV);\n");
+    for (const fs::path& script : {wrapper, terminal})
+        fs::permissions(script, fs::perms::owner_all);
+    const std::pair<std::vector<std::string>, fs::path> chains[] = {
+        {{xterm, "-c", wrapper.string() + " \"$0\"; true"}, xterm},
+        {{screen, "-c", terminal.string() + " \"$0\"; true"}, fs::canonical("/usr/bin/perl")},
+    };
+    for (const auto& [chain, host] : chains) {
+        fs::remove(state / "script.json");
+        EXPECT_EQ(
+            post(R"({"session_id":"script","hook_event_name":"Stop"})", chain)["term_app_path"],
+            host.string());
+    }
+}
+
 TEST_F(BridgeScriptTest, StaysQuietWithoutTheAppAndKeepsTheTokenOutOfSight) {
     const std::string event = payload("0004", "alone");
     const fs::path config = claude / "norrow/config.json";
