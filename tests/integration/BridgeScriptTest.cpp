@@ -9,6 +9,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <thread>
+#include <unistd.h>
 
 namespace norrow {
 namespace {
@@ -162,6 +163,35 @@ TEST_F(BridgeScriptTest, LooksPastAScriptsInterpreter) {
         EXPECT_EQ(
             post(R"({"session_id":"script","hook_event_name":"Stop"})", chain)["term_app_path"],
             host.string());
+    }
+}
+
+// While the app is not running anyone may listen on its port; a listener of another user,
+// on the loopback address or on every address, is sent nothing at all.
+TEST_F(BridgeScriptTest, SendsNothingToAListenerOfAnotherUser) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can listen as another user here";
+    server.reset();
+    asio::io_context io;
+    const asio::ip::tcp::endpoint addresses[] = {{asio::ip::address_v4::loopback(), 0},
+                                                 {asio::ip::address_v6::any(), 0}};
+    for (const auto& address : addresses) {
+        SCOPED_TRACE(address.address().to_string());
+        asio::ip::tcp::acceptor squatter(io);
+        // A socket belongs to the user that opens it.
+        ASSERT_EQ(::seteuid(65534), 0);
+        asio::error_code error;
+        squatter.open(address.protocol(), error);
+        ASSERT_EQ(::seteuid(0), 0);
+        if (error) continue; // no IPv6 here
+        squatter.bind(address);
+        squatter.listen();
+        std::ofstream(claude / "norrow/config.json")
+            << R"({"port":)" << squatter.local_endpoint().port() << R"(,"token":")" << token
+            << "\"}";
+        post(payload("0047", "squatted"));
+        squatter.non_blocking(true);
+        squatter.accept(error);
+        EXPECT_EQ(error, asio::error::would_block);
     }
 }
 
