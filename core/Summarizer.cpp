@@ -20,6 +20,8 @@ constexpr std::array<std::string_view, 12> kDanglingPunctuation = {
     ",", ";", ":", "\u2014", "\u2013", "-", "(", "[", "{", "\u00B7", "/", "&"};
 // Closing brackets and quotes that may follow a sentence's last punctuation.
 constexpr std::array<std::string_view, 6> kClosers = {")", "]", "}", "\"", "\u201D", "\u00BB"};
+// What a turn that ended in an error says, before the error's own words.
+constexpr std::string_view kFailedTurn = "Turn failed";
 constexpr std::array<std::string_view, 9> kPunctuation = {".", "!", "?",      "\u2026", ":",
                                                           ";", ",", "\u2014", "\u2013"};
 
@@ -159,6 +161,17 @@ std::string fallbackText(SummaryKind kind, std::optional<std::int64_t> toolCount
     return text;
 }
 
+// The lead, cut to length, or the kind's fallback without one. The last message of a failed
+// turn is the error the client reported, which follows "Turn failed".
+std::string bannerText(const HookEvent& event, SummaryKind kind, const std::string& lead) {
+    if (event.hookEventName == HookEvent::Name::stopFailure)
+        return lead.empty() ? std::string(kFailedTurn)
+                            : truncate(std::string(kFailedTurn) + ": " + lead, maxLength);
+    if (lead.empty())
+        return fallbackText(kind, event.stats ? event.stats->toolCount : std::nullopt);
+    return truncate(lead, maxLength);
+}
+
 } // namespace
 
 Summary summarize(const HookEvent& event, std::optional<Seconds> duration) {
@@ -172,16 +185,7 @@ Summary summarize(const HookEvent& event, std::optional<Seconds> duration) {
     summary.kind = classify(event, blocks, opening);
     const std::string lead = assembleLead(opening);
     summary.usedFallback = lead.empty();
-    if (event.hookEventName == HookEvent::Name::stopFailure)
-        // The last message of a failed turn is the error the client reported.
-        summary.text = summary.usedFallback
-                           ? std::string(failedTurn)
-                           : truncate(std::string(failedTurn) + ": " + lead, maxLength);
-    else
-        summary.text =
-            summary.usedFallback
-                ? fallbackText(summary.kind, event.stats ? event.stats->toolCount : std::nullopt)
-                : truncate(lead, maxLength);
+    summary.text = bannerText(event, summary.kind, lead);
     summary.statLine = statLine(event.stats);
     summary.durationText = durationText(duration);
     return summary;

@@ -18,8 +18,6 @@ namespace norrow::Summarizer {
 inline constexpr int maxLength = 140;
 // A first sentence shorter than this gets the second one joined to it.
 inline constexpr std::size_t shortSentenceThreshold = 40;
-// What a turn that ended in an error says, before the error's own words.
-inline constexpr std::string_view failedTurn = "Turn failed";
 
 // `duration` is the turn's length.
 Summary summarize(const HookEvent& event, std::optional<Seconds> duration);
