@@ -116,6 +116,14 @@ TEST_F(BridgeScriptTest, KeepsClaudeCodesOwnKeys) {
                     {"bridge_version", "mine"}};
     EXPECT_EQ(post(stop.dump(2))["prompt_id"], "48d89da6-1151-4c47-aa99-9be384f19357");
 
+    // Members nested in others are not the event's, whatever their strings hold.
+    const std::string nested =
+        R"({"effort":{"hook_event_name":"UserPromptSubmit","prompt_id":"x"},)"
+        R"("tags":["]\"}",{"a":"[{\\"}],"session_id":"own","hook_event_name":"Stop"})";
+    test::run({"sh", (claude / "norrow/bridge").string()}, nested, environment);
+    EXPECT_EQ(json::parse(server->readLine().value_or("{}"))["prompt_id"],
+              "48d89da6-1151-4c47-aa99-9be384f19357");
+
     post(R"({"session_id":"../../evil/x","hook_event_name":"Stop"})");
     EXPECT_TRUE(fs::exists(state / ".._.._evil_x.json"));
     EXPECT_FALSE(fs::exists(top / "evil"));
