@@ -88,10 +88,8 @@ TEST_F(EventHandlerTest, NotificationsThatAskForTheUserAreNeverHeldBackByTheRule
 
 TEST_F(EventHandlerTest, AFailedTurnClosesAndIsAnnouncedLikeAWaitingAlert) {
     HookEvent failure = event(HookEvent::Name::stopFailure);
-    failure.lastAssistantMessage = "API Error: 529 Overloaded";
     const auto alert = turn(1s, "com.apple.Terminal", "com.apple.Terminal", failure);
     ASSERT_TRUE(alert);
-    EXPECT_EQ(alert->result.text, "Turn failed: API Error: 529 Overloaded");
     EXPECT_EQ(alert->result.kind, SummaryKind::needsYou);
     EXPECT_EQ(turns.openCount(), 0u);
     settings.set("rule.mutedProjects", QStringList{"proj"});
@@ -106,8 +104,6 @@ TEST_F(EventHandlerTest, TheIdleReminderOfAnAnnouncedEndIsNotAnnouncedAgain) {
     idle.message = "Claude is waiting for your input";
     HookEvent permission = idle;
     permission.notificationType = HookEvent::NotificationType::permissionPrompt;
-    HookEvent otherSession = idle;
-    otherSession.sessionId = "session-2";
     HookEvent laterPrompt = idle;
     laterPrompt.promptId = "p2";
 
@@ -126,7 +122,6 @@ TEST_F(EventHandlerTest, TheIdleReminderOfAnAnnouncedEndIsNotAnnouncedAgain) {
     EXPECT_TRUE(remind(60s, {permission}, idle));
     EXPECT_TRUE(remind(60s, {event(HookEvent::Name::userPromptSubmit, "p2")}, laterPrompt));
     EXPECT_TRUE(remind(60s, {}, laterPrompt));
-    EXPECT_TRUE(remind(60s, {}, otherSession));
 }
 
 TEST_F(EventHandlerTest, EventsThatNeedNothingProduceNothing) {
