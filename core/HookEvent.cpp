@@ -12,12 +12,13 @@ namespace {
 
 using json = nlohmann::json;
 
-constexpr std::array<std::pair<HookEvent::Name, std::string_view>, 5> kNames{{
+constexpr std::array<std::pair<HookEvent::Name, std::string_view>, 6> kNames{{
     {HookEvent::Name::userPromptSubmit, "UserPromptSubmit"},
     {HookEvent::Name::stop, "Stop"},
     {HookEvent::Name::notification, "Notification"},
     {HookEvent::Name::sessionEnd, "SessionEnd"},
     {HookEvent::Name::subagentStop, "SubagentStop"},
+    {HookEvent::Name::stopFailure, "StopFailure"},
 }};
 
 constexpr std::array<std::pair<HookEvent::NotificationType, std::string_view>, 5> kTypes{{

@@ -11,7 +11,8 @@ namespace norrow {
 // One hook notification from Claude Code, as the bridge forwards it.
 // Only the hook name is required; every other field is optional.
 struct HookEvent {
-    enum class Name { userPromptSubmit, stop, notification, sessionEnd, subagentStop };
+    // `stopFailure` ends a turn that an API error cut short, in place of `stop`.
+    enum class Name { userPromptSubmit, stop, notification, sessionEnd, subagentStop, stopFailure };
     enum class NotificationType {
         permissionPrompt,
         idlePrompt,

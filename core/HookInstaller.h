@@ -15,8 +15,8 @@
 // refuses any file Claude Code itself would not read.
 namespace norrow::HookInstaller {
 
-inline constexpr std::array<std::string_view, 4> events{"UserPromptSubmit", "Stop", "Notification",
-                                                        "SessionEnd"};
+inline constexpr std::array<std::string_view, 5> events{"UserPromptSubmit", "Stop", "StopFailure",
+                                                        "Notification", "SessionEnd"};
 // A hook whose command is a path ending in this is ours.
 inline constexpr std::string_view marker = "/norrow/bridge";
 // How long Claude Code lets the bridge run.

@@ -20,6 +20,8 @@ constexpr std::array<std::string_view, 12> kDanglingPunctuation = {
     ",", ";", ":", "\u2014", "\u2013", "-", "(", "[", "{", "\u00B7", "/", "&"};
 // Closing brackets and quotes that may follow a sentence's last punctuation.
 constexpr std::array<std::string_view, 6> kClosers = {")", "]", "}", "\"", "\u201D", "\u00BB"};
+// What a turn that ended in an error says, before the error's own words.
+constexpr std::string_view kFailedTurn = "Turn failed";
 constexpr std::array<std::string_view, 9> kPunctuation = {".", "!", "?",      "\u2026", ":",
                                                           ";", ",", "\u2014", "\u2013"};
 
@@ -130,6 +132,8 @@ std::vector<std::string> openingSentences(CleanedBlocks& blocks) {
 
 SummaryKind classify(const HookEvent& event, CleanedBlocks& blocks,
                      const std::vector<std::string>& opening) {
+    // A turn cut short by an error waits on the user to retry it.
+    if (event.hookEventName == HookEvent::Name::stopFailure) return SummaryKind::needsYou;
     if (event.hookEventName == HookEvent::Name::notification) {
         using Type = HookEvent::NotificationType;
         const auto type = event.notificationType;
@@ -157,6 +161,17 @@ std::string fallbackText(SummaryKind kind, std::optional<std::int64_t> toolCount
     return text;
 }
 
+// The lead, cut to length, or the kind's fallback without one. The last message of a failed
+// turn is the error the client reported, which follows "Turn failed".
+std::string bannerText(const HookEvent& event, SummaryKind kind, const std::string& lead) {
+    if (event.hookEventName == HookEvent::Name::stopFailure)
+        return lead.empty() ? std::string(kFailedTurn)
+                            : truncate(std::string(kFailedTurn) + ": " + lead, maxLength);
+    if (lead.empty())
+        return fallbackText(kind, event.stats ? event.stats->toolCount : std::nullopt);
+    return truncate(lead, maxLength);
+}
+
 } // namespace
 
 Summary summarize(const HookEvent& event, std::optional<Seconds> duration) {
@@ -170,10 +185,7 @@ Summary summarize(const HookEvent& event, std::optional<Seconds> duration) {
     summary.kind = classify(event, blocks, opening);
     const std::string lead = assembleLead(opening);
     summary.usedFallback = lead.empty();
-    summary.text =
-        summary.usedFallback
-            ? fallbackText(summary.kind, event.stats ? event.stats->toolCount : std::nullopt)
-            : truncate(lead, maxLength);
+    summary.text = bannerText(event, summary.kind, lead);
     summary.statLine = statLine(event.stats);
     summary.durationText = durationText(duration);
     return summary;

@@ -12,14 +12,39 @@ bool interrupts(const std::optional<HookEvent::NotificationType>& type) {
 
 } // namespace
 
+bool EventHandler::repeatsAnnouncedEnd(const HookEvent& event) const {
+    if (event.hookEventName != HookEvent::Name::notification ||
+        event.notificationType != HookEvent::NotificationType::idlePrompt || !event.sessionId)
+        return false;
+    const auto announced = announcedEnds_.find(*event.sessionId);
+    return announced != announcedEnds_.end() && announced->second == event.promptId;
+}
+
 EventHandler::Outcome EventHandler::handle(const HookEvent& event,
                                            const std::optional<std::string>& frontmostNow,
                                            SessionStore::TimePoint now) {
+    // Claude Code reminds of every unanswered turn a minute after it ended; the user who
+    // was told of that end needs no second alert while the session stands still.
+    const bool repeat = repeatsAnnouncedEnd(event);
+    if (event.sessionId && !repeat) announcedEnds_.erase(*event.sessionId);
+    Outcome outcome = dispatch(event, frontmostNow, now);
+    if (repeat) outcome.alert.reset();
+    const bool endsTurn = event.hookEventName == HookEvent::Name::stop ||
+                          event.hookEventName == HookEvent::Name::stopFailure;
+    if (endsTurn && outcome.alert && event.sessionId)
+        announcedEnds_.insert_or_assign(*event.sessionId, event.promptId);
+    return outcome;
+}
+
+EventHandler::Outcome EventHandler::dispatch(const HookEvent& event,
+                                             const std::optional<std::string>& frontmostNow,
+                                             SessionStore::TimePoint now) {
     switch (event.hookEventName) {
     case HookEvent::Name::userPromptSubmit:
         turns_.begin(event, frontmostNow, now);
         return {true, std::nullopt};
-    case HookEvent::Name::stop: {
+    case HookEvent::Name::stop:
+    case HookEvent::Name::stopFailure: {
         const auto finished = turns_.finish(event, now);
         if (!finished) return present(event, std::nullopt, std::nullopt, frontmostNow);
         return present(event, finished->duration, finished->turn.frontmostAtStart, frontmostNow);

@@ -40,6 +40,11 @@ public:
     const std::optional<std::string>& lastBridgeVersion() const { return lastBridgeVersion_; }
 
 private:
+    Outcome dispatch(const HookEvent& event, const std::optional<std::string>& frontmostNow,
+                     SessionStore::TimePoint now);
+    // Whether `event` is the idle reminder of a turn whose end was announced, with nothing
+    // else seen of its session since.
+    bool repeatsAnnouncedEnd(const HookEvent& event) const;
     Outcome present(const HookEvent& event, std::optional<Seconds> duration,
                     const std::optional<std::string>& frontmostAtStart,
                     const std::optional<std::string>& frontmostNow);
@@ -49,6 +54,9 @@ private:
     const SuppressionRules& rules_;
     std::map<std::string, HookEvent> lastEventBySession_;
     std::optional<std::string> lastBridgeVersion_;
+    // Per session, the prompt of the last turn whose end was announced, until its session
+    // shows any other sign of life.
+    std::map<std::string, std::optional<std::string>> announcedEnds_;
 };
 
 } // namespace norrow

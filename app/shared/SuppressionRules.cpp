@@ -33,7 +33,10 @@ bool SuppressionRules::holdsBack(const HookEvent& event, SummaryKind kind,
     if (const auto project = event.projectName();
         project && mutedProjects().contains(QString::fromStdString(*project)))
         return true;
-    if (!enabled() || kind == SummaryKind::waiting) return false;
+    // A failed turn waits on the user as much as a question does.
+    if (!enabled() || kind == SummaryKind::waiting ||
+        event.hookEventName == HookEvent::Name::stopFailure)
+        return false;
     if (duration && minimumDuration() > *duration) return true;
     if (onlyIfAway() && !event.isIntegratedTerminal() && frontmostAtStart && frontmostNow &&
         *frontmostAtStart == *frontmostNow)

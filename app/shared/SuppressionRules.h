@@ -27,7 +27,8 @@ public:
 
     // Whether an alert of `kind` for `event` is held back: muted projects always; the
     // minimum duration and the only-if-away rule only when enabled, and never for waiting
-    // alerts. Unknown durations and unknown frontmost applications never hold an alert back.
+    // alerts or failed turns. Unknown durations and unknown frontmost applications never
+    // hold an alert back.
     bool holdsBack(const HookEvent& event, SummaryKind kind, std::optional<Seconds> duration,
                    const std::optional<std::string>& frontmostAtStart,
                    const std::optional<std::string>& frontmostNow) const;

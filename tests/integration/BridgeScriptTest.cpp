@@ -9,6 +9,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <thread>
+#include <unistd.h>
 
 namespace norrow {
 namespace {
@@ -86,8 +87,12 @@ TEST_F(BridgeScriptTest, CarriesOnePromptThroughASessionUnderEveryShell) {
         EXPECT_EQ(prompt.value("prompt_id", "").size(), 36u);
         EXPECT_EQ(json::parse(contents(state / (session + ".json")))["prompt_id"],
                   prompt["prompt_id"]);
-        for (const char* name : {"0004", "0040"}) {
-            const json event = post(payload(name, session), shell);
+        const std::string failure = R"({"session_id":")" + session +
+                                    R"(","hook_event_name":"StopFailure",)"
+                                    R"("last_assistant_message":"API Error: Rate limited"})";
+        for (const std::string& body :
+             {payload("0004", session), payload("0040", session), failure}) {
+            const json event = post(body, shell);
             EXPECT_EQ(event["prompt_id"], prompt["prompt_id"]);
             EXPECT_EQ(event["term_app_path"], prompt["term_app_path"]);
         }
@@ -110,6 +115,14 @@ TEST_F(BridgeScriptTest, KeepsClaudeCodesOwnKeys) {
                     {"last_assistant_message", message},
                     {"bridge_version", "mine"}};
     EXPECT_EQ(post(stop.dump(2))["prompt_id"], "48d89da6-1151-4c47-aa99-9be384f19357");
+
+    // Members nested in others are not the event's, whatever their strings hold.
+    const std::string nested =
+        R"({"effort":{"hook_event_name":"UserPromptSubmit","prompt_id":"x"},)"
+        R"("tags":["]\"}",{"a":"[{\\"}],"session_id":"own","hook_event_name":"Stop"})";
+    test::run({"sh", (claude / "norrow/bridge").string()}, nested, environment);
+    EXPECT_EQ(json::parse(server->readLine().value_or("{}"))["prompt_id"],
+              "48d89da6-1151-4c47-aa99-9be384f19357");
 
     post(R"({"session_id":"../../evil/x","hook_event_name":"Stop"})");
     EXPECT_TRUE(fs::exists(state / ".._.._evil_x.json"));
@@ -135,6 +148,59 @@ TEST_F(BridgeScriptTest, FindsTheHostingEditor) {
     environment["__CFBundleIdentifier"] = "com.apple.Terminal";
     EXPECT_EQ(post(R"({"session_id":"editor","hook_event_name":"Stop"})")["term_bundle_id"],
               "com.apple.Terminal");
+}
+
+// A script runs in its interpreter, which is not the host: a wrapper script in a terminal
+// gives the terminal, while a terminal that is itself a script, with no other host above
+// it, gives its interpreter.
+TEST_F(BridgeScriptTest, LooksPastAScriptsInterpreter) {
+    const fs::path xterm = top / "xterm", screen = top / "screen";
+    fs::copy_file("/bin/dash", xterm);
+    fs::copy_file("/bin/dash", screen);
+    const fs::path wrapper = top / "start-claude.sh", terminal = top / "terminator";
+    test::put(wrapper, "#!/bin/dash\nsh \"$1\"\ntrue\n");
+    test::put(terminal, "#!/usr/bin/perl\nsystem(\"sh\", @ARGV);\n");
+    for (const fs::path& script : {wrapper, terminal})
+        fs::permissions(script, fs::perms::owner_all);
+    const std::pair<std::vector<std::string>, fs::path> chains[] = {
+        {{xterm, "-c", wrapper.string() + " \"$0\"; true"}, xterm},
+        {{screen, "-c", terminal.string() + " \"$0\"; true"}, fs::canonical("/usr/bin/perl")},
+    };
+    for (const auto& [chain, host] : chains) {
+        fs::remove(state / "script.json");
+        EXPECT_EQ(
+            post(R"({"session_id":"script","hook_event_name":"Stop"})", chain)["term_app_path"],
+            host.string());
+    }
+}
+
+// While the app is not running anyone may listen on its port; a listener of another user,
+// on the loopback address or on every address, is sent nothing at all.
+TEST_F(BridgeScriptTest, SendsNothingToAListenerOfAnotherUser) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can listen as another user here";
+    server.reset();
+    asio::io_context io;
+    const asio::ip::tcp::endpoint addresses[] = {{asio::ip::address_v4::loopback(), 0},
+                                                 {asio::ip::address_v6::any(), 0}};
+    for (const auto& address : addresses) {
+        SCOPED_TRACE(address.address().to_string());
+        asio::ip::tcp::acceptor squatter(io);
+        // A socket belongs to the user that opens it.
+        ASSERT_EQ(::seteuid(65534), 0);
+        asio::error_code error;
+        squatter.open(address.protocol(), error);
+        ASSERT_EQ(::seteuid(0), 0);
+        if (error) continue; // no IPv6 here
+        squatter.bind(address);
+        squatter.listen();
+        std::ofstream(claude / "norrow/config.json")
+            << R"({"port":)" << squatter.local_endpoint().port() << R"(,"token":")" << token
+            << "\"}";
+        post(payload("0047", "squatted"));
+        squatter.non_blocking(true);
+        squatter.accept(error);
+        EXPECT_EQ(error, asio::error::would_block);
+    }
 }
 
 TEST_F(BridgeScriptTest, StaysQuietWithoutTheAppAndKeepsTheTokenOutOfSight) {

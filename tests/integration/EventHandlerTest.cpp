@@ -86,6 +86,44 @@ TEST_F(EventHandlerTest, NotificationsThatAskForTheUserAreNeverHeldBackByTheRule
     EXPECT_EQ(turns.openCount(), 1u);
 }
 
+TEST_F(EventHandlerTest, AFailedTurnClosesAndIsAnnouncedLikeAWaitingAlert) {
+    HookEvent failure = event(HookEvent::Name::stopFailure);
+    const auto alert = turn(1s, "com.apple.Terminal", "com.apple.Terminal", failure);
+    ASSERT_TRUE(alert);
+    EXPECT_EQ(alert->result.kind, SummaryKind::needsYou);
+    EXPECT_EQ(turns.openCount(), 0u);
+    settings.set("rule.mutedProjects", QStringList{"proj"});
+    EXPECT_FALSE(turn(60s, "a", "b", failure));
+}
+
+// Claude Code reminds of an unanswered turn a minute after its end: no second alert for a
+// turn whose end was announced, unless something happened in its session since.
+TEST_F(EventHandlerTest, TheIdleReminderOfAnAnnouncedEndIsNotAnnouncedAgain) {
+    HookEvent idle = event(HookEvent::Name::notification);
+    idle.notificationType = HookEvent::NotificationType::idlePrompt;
+    idle.message = "Claude is waiting for your input";
+    HookEvent permission = idle;
+    permission.notificationType = HookEvent::NotificationType::permissionPrompt;
+    HookEvent laterPrompt = idle;
+    laterPrompt.promptId = "p2";
+
+    const auto remind = [&](std::chrono::seconds turnLength, std::vector<HookEvent> between,
+                            const HookEvent& reminder) {
+        turn(turnLength);
+        for (const HookEvent& e : between)
+            handler.handle(e, "app", t0 + 90s);
+        return handler.handle(reminder, "app", t0 + 120s).alert.has_value();
+    };
+    EXPECT_FALSE(remind(60s, {}, idle));
+    // A reminder held back still counts as the session's latest event.
+    EXPECT_EQ(handler.lastEventBySession().at("session-1"), idle);
+    EXPECT_FALSE(remind(60s, {idle}, idle));
+    EXPECT_TRUE(remind(5s, {}, idle));
+    EXPECT_TRUE(remind(60s, {permission}, idle));
+    EXPECT_TRUE(remind(60s, {event(HookEvent::Name::userPromptSubmit, "p2")}, laterPrompt));
+    EXPECT_TRUE(remind(60s, {}, laterPrompt));
+}
+
 TEST_F(EventHandlerTest, EventsThatNeedNothingProduceNothing) {
     using Type = HookEvent::NotificationType;
     for (const auto type : {std::optional<Type>(Type::agentCompleted),

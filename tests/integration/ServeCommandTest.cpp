@@ -78,12 +78,18 @@ TEST_F(ServeTest, PrintsOneLinePerAlertByTheUsersRules) {
         R"({"hook_event_name":"UserPromptSubmit","prompt_id":"p","session_id":"s","cwd":"/w/proj"})");
     post(port, R"({"hook_event_name":"Stop","prompt_id":"p","session_id":"s","cwd":"/w/proj",)"
                R"("last_assistant_message":"Fixed the **bug**. Tests pass."})");
+    post(port, R"({"hook_event_name":"Notification","notification_type":"idle_prompt",)"
+               R"("prompt_id":"p","session_id":"s","message":"Claude is waiting for your input"})");
+    post(port, R"({"hook_event_name":"StopFailure","error":"rate_limit","cwd":"/w/proj",)"
+               R"("last_assistant_message":"API Error: Rate limited"})");
     post(
         port,
         R"({"hook_event_name":"Notification","notification_type":"agent_completed","message":"done"})");
     post(port, R"({"hook_event_name":"Notification","notification_type":"permission_prompt",)"
                R"("session_id":"0123456789abcdef","message":"Claude needs your permission"})");
     EXPECT_EQ(server->readLine(), "\u2705 Done \u00b7 proj \u00b7 Fixed the bug. Tests pass. (0s)");
+    EXPECT_EQ(server->readLine(),
+              "\u2753 Needs you \u00b7 proj \u00b7 Turn failed: API Error: Rate limited");
     EXPECT_EQ(server->readLine(),
               "\u23f8\ufe0f Waiting \u00b7 01234567 \u00b7 Claude needs your permission");
     EXPECT_EQ(server->stop(SIGINT), 0);

@@ -18,6 +18,7 @@ TEST(HookEventDecoding, OnlyTheHookNameCanMakeDecodingFail) {
     const std::pair<const char*, bool> cases[] = {
         {R"({"hook_event_name":"Stop"})", true},
         {R"({"hook_event_name":"SubagentStop","session_id":42})", true},
+        {R"({"hook_event_name":"StopFailure","error":"rate_limit"})", true},
         {R"({"hook_event_name":"PreToolUse"})", false},
         {R"({"hook_event_name":"stop"})", false},
         {R"({"hook_event_name":7})", false},

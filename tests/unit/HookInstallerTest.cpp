@@ -22,7 +22,8 @@ template <typename Operation> std::string failure(Operation operation) {
 
 TEST(HookInstaller, InstallsIntoAnEmptyObjectInTheHandFormattedLayout) {
     std::string entries;
-    for (const char* event : {"Notification", "SessionEnd", "Stop", "UserPromptSubmit"})
+    for (const char* event :
+         {"Notification", "SessionEnd", "Stop", "StopFailure", "UserPromptSubmit"})
         entries += std::string(entries.empty() ? "" : ",\n") + "    \"" + event +
                    "\": [\n      {\n        \"matcher\": \"\",\n        \"hooks\": [\n          {\n"
                    "            \"type\": \"command\",\n            \"command\": \"" +

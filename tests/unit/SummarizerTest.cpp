@@ -1,5 +1,7 @@
 #include "core/Summarizer.h"
 
+#include "support/Files.h"
+
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
@@ -62,6 +64,33 @@ TEST(Summarizer, NotificationsFollowTheirType) {
         event.message = "Claude needs your **permission**?";
         EXPECT_EQ(Summarizer::summarize(event, std::nullopt),
                   (Summary{"Claude needs your permission?", kind, {}, {}, false}));
+    }
+}
+
+// The client's own error texts, from the corpus, as the last message of a failed turn.
+TEST(Summarizer, AFailedTurnNeedsTheUserAndGivesTheError) {
+    const auto message = [](const char* name) {
+        return test::contents(std::filesystem::path(NORROW_CORPUS_DIR) / "assistant-messages" /
+                              name);
+    };
+    const std::pair<std::optional<std::string>, std::string> cases[] = {
+        {message("0040.md"),
+         "Turn failed: You've hit your limit \u00B7 resets 8pm (America/Chicago)"},
+        {message("0001.md"),
+         "Turn failed: Provider API request failed. Provider exception: Request timed out."},
+        {R"(API Error: 500 {"type":"error","error":{"type":"api_error","message":"Internal )"
+         R"(server error"},"request_id":"req_011CUaBcDeFgHiJkLmNoPqRs"})",
+         R"(Turn failed: API Error: 500 {"type":"error","error":{"type":"api_error","message":)"
+         "\"Internal server\u2026"},
+        {std::nullopt, "Turn failed"},
+    };
+    for (const auto& [error, text] : cases) {
+        HookEvent event(HookEvent::Name::stopFailure);
+        event.lastAssistantMessage = error;
+        const Summary summary = Summarizer::summarize(event, Seconds(3));
+        EXPECT_EQ(summary.text, text);
+        EXPECT_EQ(summary.kind, SummaryKind::needsYou);
+        EXPECT_EQ(summary.durationText, "3s");
     }
 }
 
