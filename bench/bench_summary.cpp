@@ -122,7 +122,7 @@ const std::vector<WorstCase>& worstCases() {
         {"longComment", [](std::size_t n) { return "<!--" + repeated("a", n) + "-->"; }},
         {"longStrike", [](std::size_t n) { return "~~" + repeated("a", n) + " ~~"; }},
         {"longStar", [](std::size_t n) { return "*" + repeated("a", n) + " *"; }},
-        {"spacedBrackets", [](std::size_t n) { return "x(" + repeated(" ", n) + ")"; }},
+        {"spacedBrackets", [](std::size_t n) { return "x[" + repeated(" ", n) + "]"; }},
         // One user-perceived character of a megabyte.
         {"zwjSequence", [](std::size_t n) { return repeated("\U0001F680\u200D", n); }},
         // Beyond markup: text that needs the full character segmentation everywhere, and

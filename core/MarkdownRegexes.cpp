@@ -1,10 +1,13 @@
 // The stripper's pattern table and its linear-time replacement.
 //
 // ICU's find() tries every start position and scans onward from each, so on adversarial text
-// (a megabyte of "[", many "<!--" without "-->") some patterns cost quadratic time. Here the
-// compiled pattern still decides every match, but it is only run, anchored (lookingAt) on a
-// bounded region, at start positions that a cheap forward scan has not ruled out; the result
-// is the same sequence of leftmost matches that ICU's replaceAll produces.
+// (a megabyte of "[", many "<!--" without "-->") some patterns cost quadratic time; and ICU
+// keeps a backtracking state for each unit that a loop such as \S+ or \s* consumes, so one
+// long match is slow and, past about half a megabyte, overflows ICU's stack and fails. Here a
+// forward scan finds each leftmost match: the patterns without emphasis are simple enough for
+// the scan to decide them outright, and the emphasis patterns run ICU, anchored (lookingAt),
+// only at starts that the scan shows can match and on a region a few units long past the body.
+// The result is the sequence of matches that ICU's replaceAll produces.
 #include "core/MarkdownStripper.h"
 #include "core/Unicode.h"
 
@@ -147,67 +150,79 @@ private:
     int32_t found_ = 0;
 };
 
-// A start position that may match, and a region end that no match from it can pass.
-struct Candidate {
-    int32_t start;
-    int32_t limit;
+// One match: [start, end), and for a "$1" replacement the first group's range.
+struct Match {
+    int32_t start = 0;
+    int32_t end = 0;
+    int32_t groupStart = 0;
+    int32_t groupEnd = 0;
 };
 
-// Replaces the matches found by anchoring the pattern at each candidate that `next(from)`
-// offers (the first possible start at or after `from`). `next` may offer starts that fail;
-// it must never skip one that could match.
+// Replaces the matches that `next(from)` finds, each the leftmost one at or after `from`.
+// No pattern matches the empty string, so the search goes on at each match's end.
 template <typename Next>
-icu::UnicodeString replaceCandidates(Name name, const icu::UnicodeString& text, Next next) {
-    std::optional<Candidate> candidate = next(0);
-    if (!candidate) return text;
-    icu::RegexMatcher* matcher = matcherFor(name);
-    if (matcher == nullptr) return text;
-    matcher->reset(text);
-    matcher->useTransparentBounds(true); // lookbehind and lookahead see past the region
-    matcher->useAnchoringBounds(false);
+icu::UnicodeString replaceMatches(Name name, const icu::UnicodeString& text, Next next) {
+    std::optional<Match> match = next(0);
+    if (!match) return text;
     const bool byGroup = kTable[indexOf(name)].replacement == kGroup;
-
     icu::UnicodeString out;
     int32_t copied = 0;
-    while (candidate) {
-        UErrorCode status = U_ZERO_ERROR;
-        int32_t resume = candidate->start + 1;
-        matcher->region(candidate->start, candidate->limit, status);
-        if (U_SUCCESS(status) && matcher->lookingAt(status) && U_SUCCESS(status)) {
-            out.append(text, copied, candidate->start - copied);
-            if (byGroup) {
-                const int32_t from = matcher->start(1, status);
-                const int32_t to = matcher->end(1, status);
-                if (U_SUCCESS(status) && from >= 0) out.append(text, from, to - from);
-            } else {
-                out.append(u' ');
-            }
-            copied = resume = matcher->end(status);
-        }
-        candidate = next(resume);
+    for (; match; match = next(match->end)) {
+        out.append(text, copied, match->start - copied);
+        if (byGroup)
+            out.append(text, match->groupStart, match->groupEnd - match->groupStart);
+        else
+            out.append(u' ');
+        copied = match->end;
     }
     out.append(text, copied, text.length() - copied);
     return out;
 }
 
+// The compiled pattern anchored at a start, inside a region that the caller has bounded: the
+// emphasis patterns backtrack, and a long region costs ICU far more per unit than a scan.
+class Anchored {
+public:
+    Anchored(Name name, const icu::UnicodeString& text) : matcher_(matcherFor(name)) {
+        if (matcher_ == nullptr) return;
+        matcher_->reset(text);
+        matcher_->useTransparentBounds(true); // lookbehind and lookahead see past the region
+        matcher_->useAnchoringBounds(false);
+    }
+
+    std::optional<Match> at(int32_t start, int32_t limit) {
+        if (matcher_ == nullptr) return std::nullopt;
+        UErrorCode status = U_ZERO_ERROR;
+        matcher_->region(start, limit, status);
+        if (U_FAILURE(status) || !matcher_->lookingAt(status) || U_FAILURE(status))
+            return std::nullopt;
+        Match match{start, matcher_->end(status), matcher_->start(1, status),
+                    matcher_->end(1, status)};
+        if (U_FAILURE(status) || match.groupStart < 0) return std::nullopt;
+        return match;
+    }
+
+private:
+    icu::RegexMatcher* matcher_;
+};
+
 icu::UnicodeString replaceComments(const icu::UnicodeString& text, const Units& u) {
     NextIndex arrow(
         u, [&u](int32_t i) { return u[i] == u'-' && u[i + 1] == u'-' && u[i + 2] == u'>'; });
-    return replaceCandidates(Name::htmlComment, text,
-                             [&](int32_t from) -> std::optional<Candidate> {
-                                 const int32_t start = u.find(u"<!--", from);
-                                 if (start == u.size) return std::nullopt;
-                                 // The lazy body ends at the first "-->" after the opener; without
-                                 // one, no later opener can close either.
-                                 const int32_t close = arrow(start + 4);
-                                 if (close == u.size) return std::nullopt;
-                                 return Candidate{start, close + 3};
-                             });
+    return replaceMatches(Name::htmlComment, text, [&](int32_t from) -> std::optional<Match> {
+        const int32_t start = u.find(u"<!--", from);
+        if (start == u.size) return std::nullopt;
+        // The lazy body ends at the first "-->" after the opener; without one, no later opener
+        // can close either.
+        const int32_t close = arrow(start + 4);
+        if (close == u.size) return std::nullopt;
+        return Match{start, close + 3};
+    });
 }
 
 icu::UnicodeString replaceAutolinks(const icu::UnicodeString& text, const Units& u) {
     NextIndex stop(u, [&u](int32_t i) { return u[i] == u'>' || isSpaceUnit(u[i]); });
-    return replaceCandidates(Name::autolink, text, [&](int32_t from) -> std::optional<Candidate> {
+    return replaceMatches(Name::autolink, text, [&](int32_t from) -> std::optional<Match> {
         for (int32_t start = u.find(u"<", from); start < u.size; start = u.find(u"<", start + 1)) {
             if (!isAsciiLetter(u[start + 1])) continue;
             // The scheme cannot hold ":", so the colon must end the scheme run.
@@ -217,7 +232,7 @@ icu::UnicodeString replaceAutolinks(const icu::UnicodeString& text, const Units&
             if (u[colon] != u':') continue;
             // The body runs to the first ">" or white space, and only a ">" closes it.
             const int32_t close = stop(colon + 1);
-            if (u[close] == u'>') return Candidate{start, close + 1};
+            if (u[close] == u'>') return Match{start, close + 1};
         }
         return std::nullopt;
     });
@@ -225,12 +240,12 @@ icu::UnicodeString replaceAutolinks(const icu::UnicodeString& text, const Units&
 
 icu::UnicodeString replaceTags(const icu::UnicodeString& text, const Units& u) {
     NextIndex angle(u, [&u](int32_t i) { return u[i] == u'<' || u[i] == u'>'; });
-    return replaceCandidates(Name::htmlTag, text, [&](int32_t from) -> std::optional<Candidate> {
+    return replaceMatches(Name::htmlTag, text, [&](int32_t from) -> std::optional<Match> {
         for (int32_t start = u.find(u"<", from); start < u.size; start = u.find(u"<", start + 1)) {
             const int32_t letter = u[start + 1] == u'/' ? start + 2 : start + 1;
             if (!isAsciiLetter(u[letter])) continue;
             const int32_t close = angle(letter + 1);
-            if (u[close] == u'>') return Candidate{start, close + 1};
+            if (u[close] == u'>') return Match{start, close + 1};
         }
         return std::nullopt;
     });
@@ -245,15 +260,16 @@ icu::UnicodeString replaceBracketed(Name name, const icu::UnicodeString& text, c
     const char16_t targetClose = name == Name::referenceLink ? u']' : u')';
     NextIndex labelEnd(u, [&u](int32_t i) { return u[i] == u']'; });
     NextIndex targetEnd(u, [&u, targetClose](int32_t i) { return u[i] == targetClose; });
-    return replaceCandidates(name, text, [&](int32_t from) -> std::optional<Candidate> {
+    return replaceMatches(name, text, [&](int32_t from) -> std::optional<Match> {
         for (int32_t start = u.find(opener, from); start < u.size;
              start = u.find(opener, start + 1)) {
-            const int32_t bracket = labelEnd(start + static_cast<int32_t>(opener.size()));
+            const int32_t label = start + static_cast<int32_t>(opener.size());
+            const int32_t bracket = labelEnd(label);
             if (bracket == u.size) return std::nullopt;
             if (u[bracket + 1] != targetOpen) continue;
             const int32_t close = targetEnd(bracket + 2);
             if (close == u.size) return std::nullopt;
-            return Candidate{start, close + 1};
+            return Match{start, close + 1, label, bracket};
         }
         return std::nullopt;
     });
@@ -261,10 +277,11 @@ icu::UnicodeString replaceBracketed(Name name, const icu::UnicodeString& text, c
 
 // Every start inside one run of scheme characters shares the run's end, so a run either
 // holds an "x://" match at its first letter or only "www." matches; each run is read once.
+// The body, \S+ at the pattern's end, runs to the next white space.
 icu::UnicodeString replaceRawURLs(const icu::UnicodeString& text, const Units& u) {
     NextIndex space(u, [&u](int32_t i) { return isSpaceUnit(u[i]); });
     const auto bodyAt = [&u](int32_t i) { return i < u.size && !isSpaceUnit(u[i]); };
-    return replaceCandidates(Name::rawURL, text, [&](int32_t from) -> std::optional<Candidate> {
+    return replaceMatches(Name::rawURL, text, [&](int32_t from) -> std::optional<Match> {
         for (int32_t start = from; start < u.size;) {
             if (!isFoldedSchemeUnit(u[start])) {
                 ++start;
@@ -275,12 +292,12 @@ icu::UnicodeString replaceRawURLs(const icu::UnicodeString& text, const Units& u
                 ++end;
             if (u[end] == u':' && u[end + 1] == u'/' && u[end + 2] == u'/' && bodyAt(end + 3)) {
                 for (int32_t letter = start; letter < end; ++letter)
-                    if (isFoldedLetter(u[letter])) return Candidate{letter, space(end + 3)};
+                    if (isFoldedLetter(u[letter])) return Match{letter, space(end + 3)};
             }
             for (int32_t w = start; w + 4 <= end; ++w) {
                 if (isW(u[w]) && isW(u[w + 1]) && isW(u[w + 2]) && u[w + 3] == u'.' &&
                     bodyAt(w + 4))
-                    return Candidate{w, space(w + 4)};
+                    return Match{w, space(w + 4)};
             }
             start = end;
         }
@@ -288,33 +305,89 @@ icu::UnicodeString replaceRawURLs(const icu::UnicodeString& text, const Units& u
     });
 }
 
-// Patterns whose failed attempts stop at the next occurrence of their own delimiter, so trying
-// every start that begins like them is linear already; `startAt(from)` finds the next one.
-template <typename StartAt>
-icu::UnicodeString replaceDelimited(Name name, const icu::UnicodeString& text, const Units& u,
-                                    StartAt startAt) {
-    return replaceCandidates(name, text, [&](int32_t from) -> std::optional<Candidate> {
-        const int32_t start = startAt(from);
-        if (start >= u.size) return std::nullopt;
-        return Candidate{start, u.size};
+// The emphasis patterns: an opening delimiter run, a body that starts and ends with a non-space
+// and holds no delimiter but possibly at its two ends, and a closing run. The body therefore
+// ends at the first delimiter `close` after its first character, or just past it: a start can
+// only match when one of those two ends works, which needs a look at a few units only. ICU
+// then runs on a region that ends a few units past `close`.
+struct Emphasis {
+    char16_t delimiter;
+    // The opening run's lengths, shortest first, that the pattern accepts at a start.
+    int32_t shortestOpening;
+    int32_t longestOpening;
+    // Whether a start may open (given the units before it) and whether a closing run can
+    // begin at a unit.
+    bool (*opensAfter)(const Units&, int32_t start);
+    bool (*closesAt)(const Units&, int32_t at);
+};
+
+bool opensAnywhere(const Units&, int32_t) {
+    return true;
+}
+bool opensAfterNonWord(const Units& u, int32_t start) {
+    return start == 0 || !isWordUnit(u[start - 1]);
+}
+bool starClosesAt(const Units& u, int32_t at) {
+    return u[at] == u'*';
+}
+bool tildesCloseAt(const Units& u, int32_t at) {
+    return u[at] == u'~' && u[at + 1] == u'~';
+}
+// One or two underscores not followed by a word character.
+bool underscoresCloseAt(const Units& u, int32_t at) {
+    return u[at] == u'_' &&
+           (!isWordUnit(u[at + 1]) || (u[at + 1] == u'_' && !isWordUnit(u[at + 2])));
+}
+
+constexpr Emphasis kStrikethrough{u'~', 2, 2, opensAnywhere, tildesCloseAt};
+constexpr Emphasis kStar{u'*', 1, 3, opensAnywhere, starClosesAt};
+constexpr Emphasis kUnderscore{u'_', 1, 2, opensAfterNonWord, underscoresCloseAt};
+
+icu::UnicodeString replaceEmphasis(Name name, const Emphasis& emphasis,
+                                   const icu::UnicodeString& text, const Units& u) {
+    const char16_t d = emphasis.delimiter;
+    // Three scanners, each asked about non-decreasing positions only.
+    NextIndex nextStart(u, [&u, d](int32_t i) { return u[i] == d; });
+    NextIndex runEnd(u, [&u, d](int32_t i) { return u[i] != d; });
+    NextIndex nextClose(u, [&u, d](int32_t i) { return u[i] == d; });
+    Anchored anchored(name, text);
+    // The longest closing run ends three units past the body's last delimiter.
+    constexpr int32_t kClosingReach = 4;
+    return replaceMatches(name, text, [&](int32_t from) -> std::optional<Match> {
+        for (int32_t start = nextStart(from); start < u.size; start = nextStart(start + 1)) {
+            if (!emphasis.opensAfter(u, start)) continue;
+            const int32_t run = runEnd(start);
+            std::optional<int32_t> reach;
+            for (int32_t length = emphasis.shortestOpening;
+                 length <= emphasis.longestOpening && start + length <= run; ++length) {
+                const int32_t body = start + length;
+                if (body >= u.size || isSpaceUnit(u[body])) continue;
+                const int32_t close = body + 1 < run ? body + 1 : nextClose(run);
+                if (close == u.size) continue;
+                if ((!isSpaceUnit(u[close - 1]) && emphasis.closesAt(u, close)) ||
+                    emphasis.closesAt(u, close + 1))
+                    reach = std::max(reach.value_or(0), close + kClosingReach);
+            }
+            if (!reach) continue;
+            if (auto match = anchored.at(start, std::min(*reach, u.size))) return match;
+        }
+        return std::nullopt;
     });
 }
 
 // An opening bracket, white space only, then a closing one; runs of white space after
 // different openers never overlap, so skipping them costs linear time in all.
 icu::UnicodeString replaceEmptyBrackets(const icu::UnicodeString& text, const Units& u) {
-    return replaceCandidates(Name::emptyBrackets, text,
-                             [&](int32_t from) -> std::optional<Candidate> {
-                                 for (int32_t start = from; start < u.size; ++start) {
-                                     if (u[start] != u'(' && u[start] != u'[') continue;
-                                     int32_t close = start + 1;
-                                     while (isSpaceUnit(u[close]))
-                                         ++close;
-                                     if (u[close] == u')' || u[close] == u']')
-                                         return Candidate{start, close + 1};
-                                 }
-                                 return std::nullopt;
-                             });
+    return replaceMatches(Name::emptyBrackets, text, [&](int32_t from) -> std::optional<Match> {
+        for (int32_t start = from; start < u.size; ++start) {
+            if (u[start] != u'(' && u[start] != u'[') continue;
+            int32_t close = start + 1;
+            while (isSpaceUnit(u[close]))
+                ++close;
+            if (u[close] == u')' || u[close] == u']') return Match{start, close + 1};
+        }
+        return std::nullopt;
+    });
 }
 
 } // namespace
@@ -349,19 +422,11 @@ icu::UnicodeString MarkdownStripper::Regexes::replaceAll(Name name,
     case Name::rawURL:
         return replaceRawURLs(text, units);
     case Name::strikethrough:
-        return replaceDelimited(name, text, units,
-                                [&units](int32_t from) { return units.find(u"~~", from); });
+        return replaceEmphasis(name, kStrikethrough, text, units);
     case Name::starEmphasis:
-        return replaceDelimited(name, text, units,
-                                [&units](int32_t from) { return units.find(u"*", from); });
+        return replaceEmphasis(name, kStar, text, units);
     case Name::underscoreEmphasis:
-        return replaceDelimited(name, text, units, [&units](int32_t from) {
-            // The lookbehind rules out an underscore right after a word character.
-            int32_t start = units.find(u"_", from);
-            while (start < units.size && start > 0 && isWordUnit(units[start - 1]))
-                start = units.find(u"_", start + 1);
-            return start;
-        });
+        return replaceEmphasis(name, kUnderscore, text, units);
     case Name::emptyBrackets:
         break;
     }
