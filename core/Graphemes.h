@@ -42,8 +42,21 @@ public:
 
     // The number of characters in a text.
     static std::size_t count(std::string_view utf8);
+    // Calls `visit(character)` with each character of a text in order, as a slice of it,
+    // without storing them; stops as soon as `visit` returns false.
+    template <typename Visit> static void forEach(std::string_view utf8, Visit visit) {
+        visitEach(
+            utf8,
+            [](void* context, std::string_view character) {
+                return (*static_cast<Visit*>(context))(character);
+            },
+            &visit);
+    }
 
 private:
+    static void visitEach(std::string_view utf8, bool (*visit)(void*, std::string_view),
+                          void* context);
+
     std::string_view text_;
     std::vector<std::size_t> starts_;
 };

@@ -1,7 +1,7 @@
 #include "core/Unicode.h"
 
 #include <unicode/locid.h>
-#include <unicode/uchar.h>
+#include <unicode/ucpmap.h>
 #include <unicode/unistr.h>
 
 namespace norrow::unicode {
@@ -27,6 +27,39 @@ bool isEmoji(char32_t c) {
 
 bool isEmojiPresentation(char32_t c) {
     return u_hasBinaryProperty(static_cast<UChar32>(c), UCHAR_EMOJI_PRESENTATION);
+}
+
+UGraphemeClusterBreak graphemeBreak(char32_t c) {
+    // A trie lookup, much cheaper than the generic property getter.
+    static const UCPMap* const map = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        const UCPMap* found = u_getIntPropertyMap(UCHAR_GRAPHEME_CLUSTER_BREAK, &status);
+        return U_SUCCESS(status) ? found : nullptr;
+    }();
+    const auto value = map != nullptr ? ucpmap_get(map, static_cast<UChar32>(c))
+                                      : u_getIntPropertyValue(static_cast<UChar32>(c),
+                                                              UCHAR_GRAPHEME_CLUSTER_BREAK);
+    return static_cast<UGraphemeClusterBreak>(value);
+}
+
+bool isExtendedPictographic(char32_t c) {
+    return u_hasBinaryProperty(static_cast<UChar32>(c), UCHAR_EXTENDED_PICTOGRAPHIC);
+}
+
+bool alwaysBreaksBetween(char32_t before, char32_t after) {
+    switch (graphemeBreak(before)) {
+    case U_GCB_CR:
+        return after != U'\n';
+    case U_GCB_LF:
+    case U_GCB_CONTROL:
+        return true;
+    case U_GCB_OTHER: {
+        const UGraphemeClusterBreak next = graphemeBreak(after);
+        return next != U_GCB_EXTEND && next != U_GCB_ZWJ && next != U_GCB_SPACING_MARK;
+    }
+    default:
+        return false;
+    }
 }
 
 char32_t decode(std::string_view s, std::size_t i, std::size_t& length) {

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <unicode/uchar.h>
 
 namespace norrow::unicode {
 
@@ -11,6 +12,15 @@ bool isLetter(char32_t c);
 bool isNumber(char32_t c);
 bool isEmoji(char32_t c);
 bool isEmojiPresentation(char32_t c);
+
+// The Grapheme_Cluster_Break property, through ICU's code point map.
+UGraphemeClusterBreak graphemeBreak(char32_t c);
+bool isExtendedPictographic(char32_t c);
+
+// Whether a user-perceived character ends between these two adjacent scalars whatever
+// surrounds them: after a control, or between a plain character and one that does not attach
+// to it.
+bool alwaysBreaksBetween(char32_t before, char32_t after);
 
 // Decodes the scalar starting at `offset`; `length` receives its byte count (at least 1).
 // A malformed sequence decodes as U+FFFD of length 1.
