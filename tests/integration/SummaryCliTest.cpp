@@ -37,6 +37,9 @@ TEST(SummaryCommands, PrintOneCompactJsonLine) {
          "## Plan ##\nWe *will* fix it.\n\n```\ncode\n```\n[](x)\n",
          R"j({"blocks":["Plan","We *will* fix it.","[](x)"],"inline":["Plan","We will fix it.",""],)j"
          R"("text":"Plan\n\nWe will fix it."})"},
+        {{"strip"},
+         "\uE0000\uE001 `x`",
+         R"({"blocks":["0 `x`"],"inline":["0 x"],"text":"0 x"})"},
         {{"sentences"},
          "Fixed it. See Dr. Smith! Done \xff",
          "[\"Fixed it.\",\"See Dr. Smith!\",\"Done \uFFFD\"]"},

@@ -59,7 +59,9 @@ TEST(MarkdownStripper, InlineTextRemovesMarkupAndKeepsProse) {
         {": \u2022 \u00B7 \u27A1\uFE0F \u2014 \u2705 Done", "Done"},
         {"Done \u2705", "Done \u2705"},
         {"  many \n\t spaces  ", "many spaces"},
-        {"\uE0000\uE001 `real`", "real \uE0000\uE001"},
+        // The message's own placeholder characters never take a span's place nor show.
+        {"\uE0000\uE001 `real`", "0 real"},
+        {"`a` \uE001\uE000 b\uE000", "a b"},
     };
     for (const auto& [block, expected] : cases)
         EXPECT_EQ(MarkdownStripper::inlineText(block), expected) << block;
