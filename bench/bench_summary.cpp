@@ -125,6 +125,8 @@ const std::vector<WorstCase>& worstCases() {
         {"spacedBrackets", [](std::size_t n) { return "x[" + repeated(" ", n) + "]"; }},
         // One user-perceived character of a megabyte.
         {"zwjSequence", [](std::size_t n) { return repeated("\U0001F680\u200D", n); }},
+        {"zwjAfterQuestion",
+         [](std::size_t n) { return "Done? " + repeated("\U0001F680\u200D", n); }},
         // Beyond markup: text that needs the full character segmentation everywhere, and
         // placeholders forged in the message, which must not multiply a code span.
         {"extra-nonAscii",

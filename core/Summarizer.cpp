@@ -98,13 +98,16 @@ bool endsWithPunctuation(std::string_view text) {
     return end > 0 && isOneOf(kPunctuation, g[end - 1]);
 }
 
-// Only the end matters, so a growing suffix is segmented rather than the whole text.
+// Only the end matters, so a growing suffix is segmented rather than the whole text. A suffix
+// may come out far longer than asked for (no clean cut inside one long character), and the
+// next one grows from what it was.
 bool asksAQuestion(std::string_view text) {
-    for (std::size_t window = 256;; window *= textwindow::growth) {
+    for (std::size_t window = 256;;) {
         const std::string_view tail = textwindow::suffix(text, window);
         const Graphemes g(tail);
         const std::size_t length = trimmedForTerminator(g);
         if (length > 0 || tail.size() == text.size()) return length > 0 && g.is(length - 1, '?');
+        window = tail.size() * textwindow::growth;
     }
 }
 
