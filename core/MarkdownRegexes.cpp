@@ -1,13 +1,14 @@
 // The stripper's pattern table and its linear-time replacement.
 //
 // ICU's find() tries every start position and scans onward from each, so on adversarial text
-// (a megabyte of "[", many "<!--" without "-->") some patterns cost quadratic time; and ICU
-// keeps a backtracking state for each unit that a loop such as \S+ or \s* consumes, so one
-// long match is slow and, past about half a megabyte, overflows ICU's stack and fails. Here a
-// forward scan finds each leftmost match: the patterns without emphasis are simple enough for
-// the scan to decide them outright, and the emphasis patterns run ICU, anchored (lookingAt),
-// only at starts that the scan shows can match and on a region a few units long past the body.
-// The result is the sequence of matches that ICU's replaceAll produces.
+// (a megabyte of "[", many "<!--" without "-->") some patterns cost quadratic time; ICU keeps a
+// backtracking state for each unit that a loop such as \S+ or \s* consumes, so one long match
+// is slow and, past about half a megabyte, overflows ICU's stack and fails; and each call into
+// ICU costs far more than the few units most matches span. Here a forward scan finds each
+// leftmost match and decides it, its end and its group by the pattern's own (simple) rules,
+// including the order in which ICU's backtracking tries the alternatives. The patterns are still
+// compiled, so that one which does not compile skips its step, and the tests hold every scan to
+// ICU's own replaceAll.
 #include "core/MarkdownStripper.h"
 #include "core/Unicode.h"
 
@@ -69,18 +70,6 @@ const std::array<std::unique_ptr<icu::RegexPattern>, kCount>& compiledPatterns()
         return compiled;
     }();
     return patterns;
-}
-
-// Matchers hold per-match state, so each thread keeps its own, made once per pattern.
-icu::RegexMatcher* matcherFor(Name name) {
-    thread_local std::array<std::unique_ptr<icu::RegexMatcher>, kCount> matchers;
-    auto& matcher = matchers[indexOf(name)];
-    if (!matcher) {
-        UErrorCode status = U_ZERO_ERROR;
-        matcher.reset(MarkdownStripper::Regexes::pattern(name)->matcher(status));
-        if (U_FAILURE(status)) matcher.reset();
-    }
-    return matcher.get();
 }
 
 // The UTF-16 units of the text being matched; reading past the end gives U+0000, which no
@@ -178,33 +167,6 @@ icu::UnicodeString replaceMatches(Name name, const icu::UnicodeString& text, Nex
     out.append(text, copied, text.length() - copied);
     return out;
 }
-
-// The compiled pattern anchored at a start, inside a region that the caller has bounded: the
-// emphasis patterns backtrack, and a long region costs ICU far more per unit than a scan.
-class Anchored {
-public:
-    Anchored(Name name, const icu::UnicodeString& text) : matcher_(matcherFor(name)) {
-        if (matcher_ == nullptr) return;
-        matcher_->reset(text);
-        matcher_->useTransparentBounds(true); // lookbehind and lookahead see past the region
-        matcher_->useAnchoringBounds(false);
-    }
-
-    std::optional<Match> at(int32_t start, int32_t limit) {
-        if (matcher_ == nullptr) return std::nullopt;
-        UErrorCode status = U_ZERO_ERROR;
-        matcher_->region(start, limit, status);
-        if (U_FAILURE(status) || !matcher_->lookingAt(status) || U_FAILURE(status))
-            return std::nullopt;
-        Match match{start, matcher_->end(status), matcher_->start(1, status),
-                    matcher_->end(1, status)};
-        if (U_FAILURE(status) || match.groupStart < 0) return std::nullopt;
-        return match;
-    }
-
-private:
-    icu::RegexMatcher* matcher_;
-};
 
 icu::UnicodeString replaceComments(const icu::UnicodeString& text, const Units& u) {
     NextIndex arrow(
@@ -305,20 +267,18 @@ icu::UnicodeString replaceRawURLs(const icu::UnicodeString& text, const Units& u
     });
 }
 
-// The emphasis patterns: an opening delimiter run, a body that starts and ends with a non-space
-// and holds no delimiter but possibly at its two ends, and a closing run. The body therefore
-// ends at the first delimiter `close` after its first character, or just past it: a start can
-// only match when one of those two ends works, which needs a look at a few units only. ICU
-// then runs on a region that ends a few units past `close`.
+// The emphasis patterns: an opening run of delimiters, a body that starts and ends with a
+// non-space and holds no delimiter but possibly as its last character, and a closing run. The
+// body's end is thus one of at most three places around the first delimiter after its first
+// character, which backtracking tries in a fixed order, longest opening first.
 struct Emphasis {
     char16_t delimiter;
-    // The opening run's lengths, shortest first, that the pattern accepts at a start.
     int32_t shortestOpening;
     int32_t longestOpening;
-    // Whether a start may open (given the units before it) and whether a closing run can
-    // begin at a unit.
-    bool (*opensAfter)(const Units&, int32_t start);
-    bool (*closesAt)(const Units&, int32_t at);
+    // Whether a match may start at `start`, given the units before it.
+    bool (*opensAt)(const Units&, int32_t start);
+    // The end of a closing run that begins at `at`, or 0 when none does.
+    int32_t (*closingEnd)(const Units&, int32_t at);
 };
 
 bool opensAnywhere(const Units&, int32_t) {
@@ -327,21 +287,31 @@ bool opensAnywhere(const Units&, int32_t) {
 bool opensAfterNonWord(const Units& u, int32_t start) {
     return start == 0 || !isWordUnit(u[start - 1]);
 }
-bool starClosesAt(const Units& u, int32_t at) {
-    return u[at] == u'*';
+// \*{1,3}
+int32_t starsEnd(const Units& u, int32_t at) {
+    int32_t end = at;
+    while (end < at + 3 && u[end] == u'*')
+        ++end;
+    return end > at ? end : 0;
 }
-bool tildesCloseAt(const Units& u, int32_t at) {
-    return u[at] == u'~' && u[at + 1] == u'~';
+// ~~
+int32_t tildesEnd(const Units& u, int32_t at) {
+    return u[at] == u'~' && u[at + 1] == u'~' ? at + 2 : 0;
 }
-// One or two underscores not followed by a word character.
-bool underscoresCloseAt(const Units& u, int32_t at) {
-    return u[at] == u'_' &&
-           (!isWordUnit(u[at + 1]) || (u[at + 1] == u'_' && !isWordUnit(u[at + 2])));
+// _{1,2}(?![A-Za-z0-9_])
+int32_t underscoresEnd(const Units& u, int32_t at) {
+    if (u[at] != u'_') return 0;
+    if (u[at + 1] == u'_' && !isWordUnit(u[at + 2])) return at + 2;
+    return isWordUnit(u[at + 1]) ? 0 : at + 1;
 }
 
-constexpr Emphasis kStrikethrough{u'~', 2, 2, opensAnywhere, tildesCloseAt};
-constexpr Emphasis kStar{u'*', 1, 3, opensAnywhere, starClosesAt};
-constexpr Emphasis kUnderscore{u'_', 1, 2, opensAfterNonWord, underscoresCloseAt};
+constexpr Emphasis kStrikethrough{u'~', 2, 2, opensAnywhere, tildesEnd};
+constexpr Emphasis kStar{u'*', 1, 3, opensAnywhere, starsEnd};
+constexpr Emphasis kUnderscore{u'_', 1, 2, opensAfterNonWord, underscoresEnd};
+
+int32_t codePointEnd(const Units& u, int32_t at) {
+    return U16_IS_LEAD(u[at]) && U16_IS_TRAIL(u[at + 1]) ? at + 2 : at + 1;
+}
 
 icu::UnicodeString replaceEmphasis(Name name, const Emphasis& emphasis,
                                    const icu::UnicodeString& text, const Units& u) {
@@ -349,27 +319,32 @@ icu::UnicodeString replaceEmphasis(Name name, const Emphasis& emphasis,
     // Three scanners, each asked about non-decreasing positions only.
     NextIndex nextStart(u, [&u, d](int32_t i) { return u[i] == d; });
     NextIndex runEnd(u, [&u, d](int32_t i) { return u[i] != d; });
-    NextIndex nextClose(u, [&u, d](int32_t i) { return u[i] == d; });
-    Anchored anchored(name, text);
-    // The longest closing run ends three units past the body's last delimiter.
-    constexpr int32_t kClosingReach = 4;
+    NextIndex nextDelimiter(u, [&u, d](int32_t i) { return u[i] == d; });
+    const auto matchAt = [&](int32_t start) -> std::optional<Match> {
+        const int32_t run = runEnd(start);
+        for (int32_t length = std::min(emphasis.longestOpening, run - start);
+             length >= emphasis.shortestOpening; --length) {
+            const int32_t body = start + length;
+            if (body >= u.size || isSpaceUnit(u[body])) continue;
+            const int32_t first = codePointEnd(u, body);
+            // No delimiter lies between the body's first character and `close`.
+            const int32_t close = first < run ? first : nextDelimiter(run);
+            if (close == u.size) continue;
+            // The body ends with the delimiter at `close`, with the last non-delimiter before
+            // it, or (a body of one character) right before `close`.
+            if (const int32_t end = emphasis.closingEnd(u, close + 1))
+                return Match{start, end, body, close + 1};
+            if (close == first || !isSpaceUnit(u[close - 1])) {
+                if (const int32_t end = emphasis.closingEnd(u, close))
+                    return Match{start, end, body, close};
+            }
+        }
+        return std::nullopt;
+    };
     return replaceMatches(name, text, [&](int32_t from) -> std::optional<Match> {
         for (int32_t start = nextStart(from); start < u.size; start = nextStart(start + 1)) {
-            if (!emphasis.opensAfter(u, start)) continue;
-            const int32_t run = runEnd(start);
-            std::optional<int32_t> reach;
-            for (int32_t length = emphasis.shortestOpening;
-                 length <= emphasis.longestOpening && start + length <= run; ++length) {
-                const int32_t body = start + length;
-                if (body >= u.size || isSpaceUnit(u[body])) continue;
-                const int32_t close = body + 1 < run ? body + 1 : nextClose(run);
-                if (close == u.size) continue;
-                if ((!isSpaceUnit(u[close - 1]) && emphasis.closesAt(u, close)) ||
-                    emphasis.closesAt(u, close + 1))
-                    reach = std::max(reach.value_or(0), close + kClosingReach);
-            }
-            if (!reach) continue;
-            if (auto match = anchored.at(start, std::min(*reach, u.size))) return match;
+            if (!emphasis.opensAt(u, start)) continue;
+            if (auto match = matchAt(start)) return match;
         }
         return std::nullopt;
     });

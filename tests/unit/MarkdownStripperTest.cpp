@@ -102,17 +102,19 @@ TEST(MarkdownStripper, RegexesMatchIcuReplaceAll) {
         inputs.push_back(icu::UnicodeString::fromUTF8(
             std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())));
     }
+    // Every other text draws only on the first eight, where the emphasis patterns' many
+    // ways to end are dense.
     const std::u16string alphabet[] = {
-        u"[",      u"]",    u"(",      u")",      u"<",      u">",          u"!",
-        u":",      u"/",    u"a",      u"b",      u" ",      u"_",          u"*",
-        u"~",      u"`",    u"&",      u";",      u"-",      u"w",          u"W",
-        u".",      u"\n",   u"\u00A0", u"\u2028", u"\u017F", u"\u212A",     u"\u0085",
-        u"\u000B", u"<!--", u"-->",    u"://",    u"www.",   u"\U0001F600", u"1"};
+        u"*",      u"_",      u"~",      u" ",    u"a",   u"\U0001F600", u"\u00A0",
+        u"1",      u"[",      u"]",      u"(",    u")",   u"<",          u">",
+        u"!",      u":",      u"/",      u"b",    u"`",   u"&",          u";",
+        u"-",      u"w",      u"W",      u".",    u"\n",  u"\u2028",     u"\u017F",
+        u"\u212A", u"\u0085", u"\u000B", u"<!--", u"-->", u"://",        u"www."};
     std::mt19937 random(20240521);
-    for (int round = 0; round < 4000; ++round) {
+    for (int round = 0; round < 6000; ++round) {
         std::u16string text;
         for (int i = static_cast<int>(random() % 16); i > 0; --i)
-            text += alphabet[random() % std::size(alphabet)];
+            text += alphabet[random() % (round % 2 == 0 ? 8 : std::size(alphabet))];
         inputs.emplace_back(text.data(), static_cast<int32_t>(text.size()));
     }
     UErrorCode status = U_ZERO_ERROR;
