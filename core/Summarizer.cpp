@@ -42,7 +42,7 @@ std::string joined(const std::vector<std::string>& items, std::string_view separ
 // The first characters of `text`: more than `wanted` of them, the first `wanted` exact, or all
 // when it has no more; segments only as much of a long text as that takes.
 Graphemes leadingCharacters(std::string_view text, std::size_t wanted) {
-    for (std::size_t window = 4 * wanted + 16;; window *= textwindow::growth) {
+    for (std::size_t window = 4 * wanted + 16;; window = textwindow::grown(window, text.size())) {
         const std::string_view front = textwindow::prefix(text, window);
         Graphemes characters(front);
         if (characters.size() > wanted || front.size() == text.size()) return characters;
@@ -52,7 +52,7 @@ Graphemes leadingCharacters(std::string_view text, std::size_t wanted) {
 // The first `wanted` sentences of `text` (all when it has fewer). Of the sentences of a
 // prefix, all but the last are final, so a long text is split only as far as needed.
 std::vector<std::string> firstSentences(std::string_view text, std::size_t wanted) {
-    for (std::size_t window = 1024;; window *= textwindow::growth) {
+    for (std::size_t window = 1024;; window = textwindow::grown(window, text.size())) {
         const std::string_view front = textwindow::prefix(text, window);
         std::vector<std::string> found = SentenceSplitter::sentences(front);
         if (found.size() > wanted || front.size() == text.size()) {
@@ -99,15 +99,15 @@ bool endsWithPunctuation(std::string_view text) {
 }
 
 // Only the end matters, so a growing suffix is segmented rather than the whole text. A suffix
-// may come out far longer than asked for (no clean cut inside one long character), and the
-// next one grows from what it was.
+// may come out far longer than asked for (no clean cut inside one long character), so the next
+// one grows from what it was.
 bool asksAQuestion(std::string_view text) {
     for (std::size_t window = 256;;) {
         const std::string_view tail = textwindow::suffix(text, window);
         const Graphemes g(tail);
         const std::size_t length = trimmedForTerminator(g);
         if (length > 0 || tail.size() == text.size()) return length > 0 && g.is(length - 1, '?');
-        window = tail.size() * textwindow::growth;
+        window = textwindow::grown(tail.size(), text.size());
     }
 }
 

@@ -27,6 +27,11 @@ bool isCleanCut(std::string_view text, std::size_t at) {
 
 } // namespace
 
+std::size_t grown(std::size_t window, std::size_t size) {
+    const std::size_t next = window * 8;
+    return next > size / 4 ? size : next;
+}
+
 std::string_view prefix(std::string_view text, std::size_t bytes) {
     std::size_t end = std::min(bytes, text.size());
     while (end < text.size() && isContinuation(text[end]))
