@@ -13,7 +13,7 @@ bool isNumber(char32_t c);
 bool isEmoji(char32_t c);
 bool isEmojiPresentation(char32_t c);
 
-// The Grapheme_Cluster_Break property, through ICU's code point map.
+// The Grapheme_Cluster_Break and Extended_Pictographic properties.
 UGraphemeClusterBreak graphemeBreak(char32_t c);
 bool isExtendedPictographic(char32_t c);
 
