@@ -49,9 +49,14 @@ Graphemes leadingCharacters(std::string_view text, std::size_t wanted) {
     }
 }
 
-// The first `wanted` sentences of `text` (all when it has fewer). Of the sentences of a
-// prefix, all but the last are final, so a long text is split only as far as needed.
+// The first `wanted` sentences of a cleaned block (all when it has fewer). Of the sentences of
+// a prefix, all but the last are final, so a long text is split only as far as needed; and a
+// block without any terminator is one sentence as it stands, for cleaning left no white space
+// at its ends.
 std::vector<std::string> firstSentences(std::string_view text, std::size_t wanted) {
+    if (text.find_first_of(".!?") == std::string_view::npos &&
+        text.find("\u2026") == std::string_view::npos)
+        return {std::string(text)};
     for (std::size_t window = 1024;; window = textwindow::grown(window, text.size())) {
         const std::string_view front = textwindow::prefix(text, window);
         std::vector<std::string> found = SentenceSplitter::sentences(front);
