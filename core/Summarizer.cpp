@@ -4,6 +4,7 @@
 #include "core/MarkdownStripper.h"
 #include "core/SentenceSplitter.h"
 #include "core/TextWindow.h"
+#include "core/Unicode.h"
 
 #include <algorithm>
 #include <array>
@@ -49,14 +50,33 @@ Graphemes leadingCharacters(std::string_view text, std::size_t wanted) {
     }
 }
 
+// Whether a sentence may end before the text's end: a terminator followed, past more
+// terminators and closing brackets or quotes, by white space. Any byte of a character beyond
+// ASCII counts as maybe white space, and the last byte of "…" as maybe a terminator.
+bool mayEndASentenceEarly(std::string_view text) {
+    constexpr std::string_view terminators = ".!?\xA6";
+    const auto isTerminatorOrCloser = [](char c) {
+        return c == '.' || c == '!' || c == '?' || c == ')' || c == ']' || c == '}' || c == '"' ||
+               c == '\'';
+    };
+    for (std::size_t i = text.find_first_of(terminators); i != std::string_view::npos;) {
+        std::size_t k = i + 1;
+        while (k < text.size() && isTerminatorOrCloser(text[k]))
+            ++k;
+        if (k == text.size()) return false;
+        if (static_cast<unsigned char>(text[k]) >= 0x80 || unicode::isWhitespace(text[k]))
+            return true;
+        i = text.find_first_of(terminators, k);
+    }
+    return false;
+}
+
 // The first `wanted` sentences of a cleaned block (all when it has fewer). Of the sentences of
 // a prefix, all but the last are final, so a long text is split only as far as needed; and a
-// block without any terminator is one sentence as it stands, for cleaning left no white space
-// at its ends.
+// block where no sentence can end early is one sentence as it stands, for cleaning left no
+// white space at its ends.
 std::vector<std::string> firstSentences(std::string_view text, std::size_t wanted) {
-    if (text.find_first_of(".!?") == std::string_view::npos &&
-        text.find("\u2026") == std::string_view::npos)
-        return {std::string(text)};
+    if (!mayEndASentenceEarly(text)) return {std::string(text)};
     for (std::size_t window = 1024;; window = textwindow::grown(window, text.size())) {
         const std::string_view front = textwindow::prefix(text, window);
         std::vector<std::string> found = SentenceSplitter::sentences(front);
