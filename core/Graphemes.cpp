@@ -2,6 +2,7 @@
 
 #include "core/Unicode.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <unicode/uniset.h>
 
@@ -55,15 +56,16 @@ private:
 
 bool Graphemes::Rules::breaksBeforeOther(char32_t c) {
     const ConjunctSets& conjuncts = ConjunctSets::get();
-    const UGraphemeClusterBreak kind = unicode::graphemeBreak(c);
+    const unicode::GraphemeProperties properties = unicode::graphemeProperties(c);
+    const UGraphemeClusterBreak kind = properties.kind;
     const bool consonant = conjuncts.active && conjuncts.consonant.contains(c);
-    const bool breaks = started_ && decide(kind, c, consonant);
+    const bool breaks = started_ && decide(kind, properties.pictographic, consonant);
     started_ = true;
     previous_ = kind;
     regionalIndicators_ = kind == U_GCB_REGIONAL_INDICATOR ? regionalIndicators_ + 1 : 0;
-    // GB11 asks what came before a ZWJ and the extending marks before it.
-    if (kind == U_GCB_ZWJ) zwjBase_ = base_;
-    if (kind != U_GCB_EXTEND) base_ = c;
+    // GB11 asks whether a pictograph came before a ZWJ and the extending marks before it.
+    if (kind == U_GCB_ZWJ) zwjAfterPictograph_ = basePictographic_;
+    if (kind != U_GCB_EXTEND) basePictographic_ = properties.pictographic;
     if (consonant)
         conjunct_ = Conjunct::consonant;
     else if (conjunct_ != Conjunct::none && conjuncts.linker.contains(c))
@@ -73,7 +75,7 @@ bool Graphemes::Rules::breaksBeforeOther(char32_t c) {
     return breaks;
 }
 
-bool Graphemes::Rules::decide(UGraphemeClusterBreak kind, char32_t c, bool consonant) const {
+bool Graphemes::Rules::decide(UGraphemeClusterBreak kind, bool pictographic, bool consonant) const {
     const UGraphemeClusterBreak before = previous_;
     if (before == U_GCB_CR) return kind != U_GCB_LF;                                // GB3, GB4
     if (before == U_GCB_LF || before == U_GCB_CONTROL) return true;                 // GB4
@@ -85,25 +87,26 @@ bool Graphemes::Rules::decide(UGraphemeClusterBreak kind, char32_t c, bool conso
         return false;                                                                // GB7
     if ((before == U_GCB_LVT || before == U_GCB_T) && kind == U_GCB_T) return false; // GB8
     if (kind == U_GCB_EXTEND || kind == U_GCB_ZWJ || kind == U_GCB_SPACING_MARK)
-        return false;                                             // GB9, GB9a
-    if (before == U_GCB_PREPEND) return false;                    // GB9b
-    if (consonant && conjunct_ == Conjunct::linked) return false; // GB9c
-    if (before == U_GCB_ZWJ && unicode::isExtendedPictographic(c) &&
-        unicode::isExtendedPictographic(zwjBase_))
-        return false; // GB11
+        return false;                                                             // GB9, GB9a
+    if (before == U_GCB_PREPEND) return false;                                    // GB9b
+    if (consonant && conjunct_ == Conjunct::linked) return false;                 // GB9c
+    if (before == U_GCB_ZWJ && pictographic && zwjAfterPictograph_) return false; // GB11
     if (before == U_GCB_REGIONAL_INDICATOR && kind == U_GCB_REGIONAL_INDICATOR &&
         regionalIndicators_ % 2 == 1)
         return false; // GB12, GB13
     return true;      // GB999
 }
 
-Graphemes::Graphemes(std::string_view utf8) : text_(utf8) {
-    starts_.reserve(utf8.size() + 1);
+Graphemes::Graphemes(std::string_view utf8) : Graphemes(utf8, utf8.size()) {}
+
+Graphemes::Graphemes(std::string_view utf8, std::size_t limit) {
+    starts_.reserve(std::min(utf8.size(), limit) + 1);
     starts_.push_back(0);
-    forEachBoundary(utf8, [this](std::size_t boundary) {
+    forEachBoundary(utf8, [this, limit](std::size_t boundary) {
         starts_.push_back(boundary);
-        return true;
+        return size() < limit;
     });
+    text_ = utf8.substr(0, starts_.back());
 }
 
 char32_t Graphemes::scalar(std::size_t i) const {

@@ -17,6 +17,9 @@ namespace norrow {
 class Graphemes {
 public:
     explicit Graphemes(std::string_view utf8);
+    // The first `limit` characters of a text (all when it has fewer); text() is what they
+    // cover, and no more of the text is segmented.
+    Graphemes(std::string_view utf8, std::size_t limit);
 
     std::size_t size() const { return starts_.size() - 1; }
     bool empty() const { return size() == 0; }
@@ -71,7 +74,7 @@ private:
             started_ = true;
             previous_ = asciiKind(c);
             regionalIndicators_ = 0;
-            base_ = c;
+            basePictographic_ = false;
             conjunct_ = Conjunct::none;
         }
 
@@ -94,13 +97,13 @@ private:
             return breaks;
         }
         bool breaksBeforeOther(char32_t c);
-        bool decide(UGraphemeClusterBreak kind, char32_t c, bool consonant) const;
+        bool decide(UGraphemeClusterBreak kind, bool pictographic, bool consonant) const;
 
         bool started_ = false;
         UGraphemeClusterBreak previous_ = U_GCB_OTHER;
         std::size_t regionalIndicators_ = 0;
-        char32_t base_ = 0;
-        char32_t zwjBase_ = 0;
+        bool basePictographic_ = false;
+        bool zwjAfterPictograph_ = false;
         Conjunct conjunct_ = Conjunct::none;
     };
 

@@ -40,16 +40,6 @@ std::string joined(const std::vector<std::string>& items, std::string_view separ
     return text;
 }
 
-// The first characters of `text`: more than `wanted` of them, the first `wanted` exact, or all
-// when it has no more; segments only as much of a long text as that takes.
-Graphemes leadingCharacters(std::string_view text, std::size_t wanted) {
-    for (std::size_t window = 4 * wanted + 16;; window = textwindow::grown(window, text.size())) {
-        const std::string_view front = textwindow::prefix(text, window);
-        Graphemes characters(front);
-        if (characters.size() > wanted || front.size() == text.size()) return characters;
-    }
-}
-
 // Whether a sentence may end before the text's end: a terminator followed, past more
 // terminators and closing brackets or quotes, by white space. Any byte of a character beyond
 // ASCII counts as maybe white space, and the last byte of "…" as maybe a terminator.
@@ -174,7 +164,7 @@ std::string assembleLead(const std::vector<std::string>& opening) {
     if (opening.empty()) return {};
     const std::string& first = opening.front();
     if (opening.size() == 1 ||
-        leadingCharacters(first, shortSentenceThreshold).size() >= shortSentenceThreshold)
+        Graphemes(first, shortSentenceThreshold).size() >= shortSentenceThreshold)
         return first;
     return first + (endsWithPunctuation(first) ? " " : " \u2014 ") + opening[1];
 }
@@ -253,7 +243,7 @@ std::optional<std::string> durationText(std::optional<Seconds> duration) {
 std::string truncate(std::string_view text, int limit) {
     const std::size_t cap = static_cast<std::size_t>(std::max(limit, 0));
     // One character past the limit tells whether anything must be cut.
-    const Graphemes g = leadingCharacters(text, cap + 1);
+    const Graphemes g(text, cap + 1);
     if (limit < 2) return std::string(g.slice(0, std::min(g.size(), cap)));
     if (g.size() <= cap) return std::string(text);
 

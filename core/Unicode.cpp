@@ -74,31 +74,26 @@ const UCPTrie* breakTrie() {
 
 } // namespace
 
-UGraphemeClusterBreak graphemeBreak(char32_t c) {
+GraphemeProperties graphemeProperties(char32_t c) {
+    const auto scalar = static_cast<UChar32>(c);
     const UCPTrie* trie = breakTrie();
     if (trie == nullptr)
-        return static_cast<UGraphemeClusterBreak>(
-            u_getIntPropertyValue(static_cast<UChar32>(c), UCHAR_GRAPHEME_CLUSTER_BREAK));
-    return static_cast<UGraphemeClusterBreak>(
-        UCPTRIE_FAST_GET(trie, UCPTRIE_8, static_cast<UChar32>(c)) & kBreakBits);
-}
-
-bool isExtendedPictographic(char32_t c) {
-    const UCPTrie* trie = breakTrie();
-    if (trie == nullptr)
-        return u_hasBinaryProperty(static_cast<UChar32>(c), UCHAR_EXTENDED_PICTOGRAPHIC);
-    return (UCPTRIE_FAST_GET(trie, UCPTRIE_8, static_cast<UChar32>(c)) & kPictographic) != 0;
+        return {static_cast<UGraphemeClusterBreak>(
+                    u_getIntPropertyValue(scalar, UCHAR_GRAPHEME_CLUSTER_BREAK)),
+                u_hasBinaryProperty(scalar, UCHAR_EXTENDED_PICTOGRAPHIC) != 0};
+    const uint8_t value = UCPTRIE_FAST_GET(trie, UCPTRIE_8, scalar);
+    return {static_cast<UGraphemeClusterBreak>(value & kBreakBits), (value & kPictographic) != 0};
 }
 
 bool alwaysBreaksBetween(char32_t before, char32_t after) {
-    switch (graphemeBreak(before)) {
+    switch (graphemeProperties(before).kind) {
     case U_GCB_CR:
         return after != U'\n';
     case U_GCB_LF:
     case U_GCB_CONTROL:
         return true;
     case U_GCB_OTHER: {
-        const UGraphemeClusterBreak next = graphemeBreak(after);
+        const UGraphemeClusterBreak next = graphemeProperties(after).kind;
         return next != U_GCB_EXTEND && next != U_GCB_ZWJ && next != U_GCB_SPACING_MARK;
     }
     default:

@@ -13,9 +13,12 @@ bool isNumber(char32_t c);
 bool isEmoji(char32_t c);
 bool isEmojiPresentation(char32_t c);
 
-// The Grapheme_Cluster_Break and Extended_Pictographic properties.
-UGraphemeClusterBreak graphemeBreak(char32_t c);
-bool isExtendedPictographic(char32_t c);
+// What segmenting into characters asks of a scalar, in one lookup.
+struct GraphemeProperties {
+    UGraphemeClusterBreak kind;
+    bool pictographic; // Extended_Pictographic
+};
+GraphemeProperties graphemeProperties(char32_t c);
 
 // Whether a user-perceived character ends between these two adjacent scalars whatever
 // surrounds them: after a control, or between a plain character and one that does not attach
