@@ -124,6 +124,23 @@ bool Graphemes::isNumber(std::size_t i) const {
     return unicode::isNumber(scalar(i));
 }
 
+bool Graphemes::joinsNoNeighbour(std::string_view utf8, std::size_t at) {
+    if (at > 0) {
+        std::size_t start = at - 1;
+        while (start > 0 && (static_cast<unsigned char>(utf8[start]) & 0xC0) == 0x80)
+            --start;
+        std::size_t length = 0;
+        const char32_t before = unicode::decode(utf8, start, length);
+        if (start + length == at && unicode::graphemeProperties(before).kind == U_GCB_PREPEND)
+            return false;
+    }
+    if (at + 1 >= utf8.size()) return true;
+    std::size_t length = 0;
+    const UGraphemeClusterBreak after =
+        unicode::graphemeProperties(unicode::decode(utf8, at + 1, length)).kind;
+    return after != U_GCB_EXTEND && after != U_GCB_ZWJ && after != U_GCB_SPACING_MARK;
+}
+
 std::size_t Graphemes::count(std::string_view utf8) {
     std::size_t n = 0;
     forEachBoundary(utf8, [&n](std::size_t) {

@@ -48,6 +48,15 @@ public:
 
     // The number of characters in a text.
     static std::size_t count(std::string_view utf8);
+    // Whether the ASCII byte at `at` is a character by itself, not joined to a Prepend before
+    // it or to a mark after it (the only rules that can join an ASCII character but CR LF).
+    static bool isOwnCharacter(std::string_view utf8, std::size_t at) {
+        const auto isAscii = [utf8](std::size_t i) {
+            return static_cast<unsigned char>(utf8[i]) < 0x80;
+        };
+        return ((at == 0 || isAscii(at - 1)) && (at + 1 >= utf8.size() || isAscii(at + 1))) ||
+               joinsNoNeighbour(utf8, at);
+    }
     // Calls `visit(character)` with each character of a text in order, as a slice of it,
     // without storing them; stops as soon as `visit` returns false.
     template <typename Visit> static void forEach(std::string_view utf8, Visit visit) {
@@ -60,6 +69,9 @@ public:
     }
 
 private:
+    // isOwnCharacter where a neighbour is beyond ASCII.
+    static bool joinsNoNeighbour(std::string_view utf8, std::size_t at);
+
     // The extended grapheme cluster rules, fed one scalar at a time. The rules that look further
     // back than one scalar (emoji ZWJ sequences, flag pairs, Indic conjuncts) keep what they
     // need as they go, so a text is segmented in one forward pass.

@@ -257,15 +257,11 @@ std::string liftCodeSpans(std::string_view text, std::vector<std::string>& spans
         std::size_t length() const { return to - from; }
     };
     std::vector<Run> runs;
-    std::size_t at = 0;
-    Graphemes::forEach(text, [&](std::string_view character) {
-        if (character == "`") {
-            if (runs.empty() || runs.back().to != at) runs.push_back({at, at});
-            runs.back().to = at + 1;
-        }
-        at += character.size();
-        return true;
-    });
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] != '`' || !Graphemes::isOwnCharacter(text, at)) continue;
+        if (runs.empty() || runs.back().to != at) runs.push_back({at, at});
+        runs.back().to = at + 1;
+    }
 
     // The run that closes each run: the next one of the same length. Found for all runs in
     // one backward pass, so many unmatched runs of different lengths stay linear.

@@ -24,8 +24,8 @@ std::vector<std::size_t> icuBoundaries(const std::string& text) {
     return boundaries;
 }
 
-// Most boundaries are decided from the two scalars around them; whatever the mix, the
-// characters must be ICU's.
+// Whatever the mix, the characters must be ICU's, and an ASCII byte must be told a character
+// by itself exactly when it is one.
 TEST(Graphemes, SplitsLikeIcu) {
     const std::string pieces[] = {
         "a",      " ",          "\r",         "\n",         "\t",     "\u00E9", "\u0301",
@@ -43,6 +43,13 @@ TEST(Graphemes, SplitsLikeIcu) {
         for (std::size_t i = 0; i <= g.size(); ++i)
             boundaries.push_back(g.offset(i));
         ASSERT_EQ(boundaries, icuBoundaries(text)) << text;
+        for (std::size_t i = 0; i < g.size(); ++i) {
+            for (std::size_t at = g.offset(i); at < g.offset(i + 1); ++at) {
+                if (text[at] == '`') {
+                    ASSERT_EQ(Graphemes::isOwnCharacter(text, at), g[i] == "`") << text;
+                }
+            }
+        }
     }
 }
 
