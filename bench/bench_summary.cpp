@@ -1,6 +1,7 @@
 // Summary pipeline speed: typical throughput of stripping real messages, and the worst cases
-// (one megabyte of a single markup character, unclosed constructs, giant words, paragraphs
-// and nesting) at three sizes, to show the time grows linearly with the input.
+// (one megabyte of a single markup character, unclosed constructs, giant words, paragraphs,
+// nesting, runs of URLs and look-alikes, one construct or one character spanning the whole)
+// at three sizes up to the listener's limit, to show the time grows linearly with the input.
 #include "core/MarkdownStripper.h"
 #include "core/Summarizer.h"
 
@@ -63,6 +64,15 @@ std::string distinctBacktickRuns(std::size_t size) {
     return text;
 }
 
+// "[[x](https://x/)](https://x/)" nested `depth` deep: links and URLs inside each other.
+std::string nestedLinks(std::size_t size) {
+    const std::string close = "](https://x/)";
+    const std::size_t depth = size / (1 + close.size());
+    std::string text = std::string(depth, '[') + "x" + repeated(close, depth * close.size());
+    text.resize(size);
+    return text;
+}
+
 std::string nestedList(std::size_t size) {
     std::string text;
     for (std::size_t depth = 0; text.size() < size; ++depth)
@@ -99,12 +109,30 @@ const std::vector<WorstCase>& worstCases() {
         {"wordWithSlash", [](std::size_t n) { return repeated("a", n) + "/"; }},
         {"nestedList", nestedList},
         {"nestedQuote", [](std::size_t n) { return repeated("> ", n) + "text"; }},
+        // URLs and what looks like them: one long word of URLs, URLs in prose, host names
+        // and e-mail addresses without any "/", and URLs inside brackets and links.
+        {"urls", [](std::size_t n) { return repeated("https://x/", n); }},
+        {"urlsInProse", [](std::size_t n) { return repeated("see https://x.io/a?b=c. ", n); }},
+        {"wwwHosts", [](std::size_t n) { return repeated("www.x.", n); }},
+        {"wwwInProse", [](std::size_t n) { return repeated("at www.x.org, ", n); }},
+        {"emails", [](std::size_t n) { return repeated("a.b@c.de", n); }},
+        {"mailtoLinks", [](std::size_t n) { return repeated("<mailto:a@b.c>", n); }},
+        {"bracketedURLs", [](std::size_t n) { return repeated("[(<https://x/>)](", n); }},
+        {"nestedLinks", nestedLinks},
+        // One construct spanning the whole text: the pattern must not walk it per character.
+        {"longComment", [](std::size_t n) { return "<!--" + repeated("a", n) + "-->"; }},
+        {"longStrike", [](std::size_t n) { return "~~" + repeated("a", n) + " ~~"; }},
+        {"longStar", [](std::size_t n) { return "*" + repeated("a", n) + " *"; }},
+        {"spacedBrackets", [](std::size_t n) { return "x[" + repeated(" ", n) + "]"; }},
+        // One user-perceived character of a megabyte.
+        {"zwjSequence", [](std::size_t n) { return repeated("\U0001F680\u200D", n); }},
+        {"zwjAfterQuestion",
+         [](std::size_t n) { return "Done? " + repeated("\U0001F680\u200D", n); }},
         // Beyond markup: text that needs the full character segmentation everywhere, and
         // placeholders forged in the message, which must not multiply a code span.
-        {"extra-nonAscii",
+        {"nonAscii",
          [](std::size_t n) { return repeated("Grüße, 世界 \u2705 \U0001F44D\U0001F3FD ok. ", n); }},
-        {"extra-forgedSpans",
-         [](std::size_t n) { return "`code` " + repeated("\uE0000\uE001", n); }},
+        {"forgedSpans", [](std::size_t n) { return "`code` " + repeated("\uE0000\uE001", n); }},
     };
     return cases;
 }

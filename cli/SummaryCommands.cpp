@@ -45,8 +45,9 @@ void addSummarize(CLI::App& app, int& status) {
             event.emplace(HookEvent::Name::userPromptSubmit);
             event->lastAssistantMessage = unicode::toValidUtf8(input);
         } else {
-            // Lenient about encoding, so a payload with a lone surrogate escape still counts.
-            event = HookEvent::fromJson(parseLenientJson(input));
+            // The listener's own decoder, so that a payload is summarised exactly when the
+            // listener would accept it.
+            event = HookEvent::decode(input);
         }
         if (!event) {
             status = refuse("undecodable event");

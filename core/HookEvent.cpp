@@ -100,70 +100,7 @@ std::optional<HookEvent::Stats> decodeStats(const json& object) {
     return HookEvent::Stats{tools.value, files.value, added.value, removed.value, cost.value};
 }
 
-// Copies a JSON string escape run, replacing an unpaired surrogate by U+FFFD.
-std::string repairSurrogateEscapes(std::string_view s) {
-    if (s.find("\\u") == std::string_view::npos && s.find("\\U") == std::string_view::npos)
-        return std::string(s);
-    const auto hex4 = [&](std::size_t at, unsigned& out) {
-        if (at + 6 > s.size() || s[at] != '\\' || s[at + 1] != 'u') return false;
-        out = 0;
-        for (std::size_t k = at + 2; k < at + 6; ++k) {
-            const char c = s[k];
-            out <<= 4;
-            if (c >= '0' && c <= '9')
-                out |= static_cast<unsigned>(c - '0');
-            else if (c >= 'a' && c <= 'f')
-                out |= static_cast<unsigned>(c - 'a' + 10);
-            else if (c >= 'A' && c <= 'F')
-                out |= static_cast<unsigned>(c - 'A' + 10);
-            else
-                return false;
-        }
-        return true;
-    };
-    std::string out;
-    out.reserve(s.size());
-    bool inString = false;
-    for (std::size_t i = 0; i < s.size(); ++i) {
-        const char c = s[i];
-        if (!inString) {
-            if (c == '"') inString = true;
-            out += c;
-            continue;
-        }
-        if (c == '"') {
-            inString = false;
-            out += c;
-            continue;
-        }
-        if (c != '\\' || i + 1 >= s.size()) {
-            out += c;
-            continue;
-        }
-        unsigned unit = 0;
-        if (hex4(i, unit) && unit >= 0xD800 && unit <= 0xDFFF) {
-            unsigned low = 0;
-            if (unit <= 0xDBFF && hex4(i + 6, low) && low >= 0xDC00 && low <= 0xDFFF) {
-                out.append(s.substr(i, 12));
-                i += 11;
-            } else {
-                out += "\\ufffd";
-                i += 5;
-            }
-            continue;
-        }
-        out += c;
-        out += s[i + 1];
-        ++i;
-    }
-    return out;
-}
-
 } // namespace
-
-json parseLenientJson(std::string_view text) {
-    return StrictJson::parse(repairSurrogateEscapes(unicode::toValidUtf8(text)));
-}
 
 std::string_view HookEvent::rawValue(Name name) {
     return rawOf(kNames, name);

@@ -74,9 +74,4 @@ struct HookEvent {
     static std::optional<NotificationType> notificationTypeFromRaw(std::string_view raw);
 };
 
-// Parses JSON text leniently about encoding, for tools that must make something of any
-// input: malformed UTF-8 and unpaired surrogate escapes become U+FFFD. Gives a discarded
-// value when the text is still not JSON.
-nlohmann::json parseLenientJson(std::string_view text);
-
 } // namespace norrow

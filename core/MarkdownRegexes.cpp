@@ -1,10 +1,14 @@
 // The stripper's pattern table and its linear-time replacement.
 //
 // ICU's find() tries every start position and scans onward from each, so on adversarial text
-// (a megabyte of "[", many "<!--" without "-->") some patterns cost quadratic time. Here the
-// compiled pattern still decides every match, but it is only run, anchored (lookingAt) on a
-// bounded region, at start positions that a cheap forward scan has not ruled out; the result
-// is the same sequence of leftmost matches that ICU's replaceAll produces.
+// (a megabyte of "[", many "<!--" without "-->") some patterns cost quadratic time; ICU keeps a
+// backtracking state for each unit that a loop such as \S+ or \s* consumes, so one long match
+// is slow and, past about half a megabyte, overflows ICU's stack and fails; and each call into
+// ICU costs far more than the few units most matches span. Here a forward scan finds each
+// leftmost match and decides it, its end and its group by the pattern's own (simple) rules,
+// including the order in which ICU's backtracking tries the alternatives. The patterns are still
+// compiled, so that one which does not compile skips its step, and the tests hold every scan to
+// ICU's own replaceAll.
 #include "core/MarkdownStripper.h"
 #include "core/Unicode.h"
 
@@ -66,18 +70,6 @@ const std::array<std::unique_ptr<icu::RegexPattern>, kCount>& compiledPatterns()
         return compiled;
     }();
     return patterns;
-}
-
-// Matchers hold per-match state, so each thread keeps its own, made once per pattern.
-icu::RegexMatcher* matcherFor(Name name) {
-    thread_local std::array<std::unique_ptr<icu::RegexMatcher>, kCount> matchers;
-    auto& matcher = matchers[indexOf(name)];
-    if (!matcher) {
-        UErrorCode status = U_ZERO_ERROR;
-        matcher.reset(MarkdownStripper::Regexes::pattern(name)->matcher(status));
-        if (U_FAILURE(status)) matcher.reset();
-    }
-    return matcher.get();
 }
 
 // The UTF-16 units of the text being matched; reading past the end gives U+0000, which no
@@ -147,44 +139,30 @@ private:
     int32_t found_ = 0;
 };
 
-// A start position that may match, and a region end that no match from it can pass.
-struct Candidate {
-    int32_t start;
-    int32_t limit;
+// One match: [start, end), and for a "$1" replacement the first group's range.
+struct Match {
+    int32_t start = 0;
+    int32_t end = 0;
+    int32_t groupStart = 0;
+    int32_t groupEnd = 0;
 };
 
-// Replaces the matches found by anchoring the pattern at each candidate that `next(from)`
-// offers (the first possible start at or after `from`). `next` may offer starts that fail;
-// it must never skip one that could match.
+// Replaces the matches that `next(from)` finds, each the leftmost one at or after `from`.
+// No pattern matches the empty string, so the search goes on at each match's end.
 template <typename Next>
-icu::UnicodeString replaceCandidates(Name name, const icu::UnicodeString& text, Next next) {
-    std::optional<Candidate> candidate = next(0);
-    if (!candidate) return text;
-    icu::RegexMatcher* matcher = matcherFor(name);
-    if (matcher == nullptr) return text;
-    matcher->reset(text);
-    matcher->useTransparentBounds(true); // lookbehind and lookahead see past the region
-    matcher->useAnchoringBounds(false);
+icu::UnicodeString replaceMatches(Name name, const icu::UnicodeString& text, Next next) {
+    std::optional<Match> match = next(0);
+    if (!match) return text;
     const bool byGroup = kTable[indexOf(name)].replacement == kGroup;
-
     icu::UnicodeString out;
     int32_t copied = 0;
-    while (candidate) {
-        UErrorCode status = U_ZERO_ERROR;
-        int32_t resume = candidate->start + 1;
-        matcher->region(candidate->start, candidate->limit, status);
-        if (U_SUCCESS(status) && matcher->lookingAt(status) && U_SUCCESS(status)) {
-            out.append(text, copied, candidate->start - copied);
-            if (byGroup) {
-                const int32_t from = matcher->start(1, status);
-                const int32_t to = matcher->end(1, status);
-                if (U_SUCCESS(status) && from >= 0) out.append(text, from, to - from);
-            } else {
-                out.append(u' ');
-            }
-            copied = resume = matcher->end(status);
-        }
-        candidate = next(resume);
+    for (; match; match = next(match->end)) {
+        out.append(text, copied, match->start - copied);
+        if (byGroup)
+            out.append(text, match->groupStart, match->groupEnd - match->groupStart);
+        else
+            out.append(u' ');
+        copied = match->end;
     }
     out.append(text, copied, text.length() - copied);
     return out;
@@ -193,21 +171,20 @@ icu::UnicodeString replaceCandidates(Name name, const icu::UnicodeString& text, 
 icu::UnicodeString replaceComments(const icu::UnicodeString& text, const Units& u) {
     NextIndex arrow(
         u, [&u](int32_t i) { return u[i] == u'-' && u[i + 1] == u'-' && u[i + 2] == u'>'; });
-    return replaceCandidates(Name::htmlComment, text,
-                             [&](int32_t from) -> std::optional<Candidate> {
-                                 const int32_t start = u.find(u"<!--", from);
-                                 if (start == u.size) return std::nullopt;
-                                 // The lazy body ends at the first "-->" after the opener; without
-                                 // one, no later opener can close either.
-                                 const int32_t close = arrow(start + 4);
-                                 if (close == u.size) return std::nullopt;
-                                 return Candidate{start, close + 3};
-                             });
+    return replaceMatches(Name::htmlComment, text, [&](int32_t from) -> std::optional<Match> {
+        const int32_t start = u.find(u"<!--", from);
+        if (start == u.size) return std::nullopt;
+        // The lazy body ends at the first "-->" after the opener; without one, no later opener
+        // can close either.
+        const int32_t close = arrow(start + 4);
+        if (close == u.size) return std::nullopt;
+        return Match{start, close + 3};
+    });
 }
 
 icu::UnicodeString replaceAutolinks(const icu::UnicodeString& text, const Units& u) {
     NextIndex stop(u, [&u](int32_t i) { return u[i] == u'>' || isSpaceUnit(u[i]); });
-    return replaceCandidates(Name::autolink, text, [&](int32_t from) -> std::optional<Candidate> {
+    return replaceMatches(Name::autolink, text, [&](int32_t from) -> std::optional<Match> {
         for (int32_t start = u.find(u"<", from); start < u.size; start = u.find(u"<", start + 1)) {
             if (!isAsciiLetter(u[start + 1])) continue;
             // The scheme cannot hold ":", so the colon must end the scheme run.
@@ -217,7 +194,7 @@ icu::UnicodeString replaceAutolinks(const icu::UnicodeString& text, const Units&
             if (u[colon] != u':') continue;
             // The body runs to the first ">" or white space, and only a ">" closes it.
             const int32_t close = stop(colon + 1);
-            if (u[close] == u'>') return Candidate{start, close + 1};
+            if (u[close] == u'>') return Match{start, close + 1};
         }
         return std::nullopt;
     });
@@ -225,12 +202,12 @@ icu::UnicodeString replaceAutolinks(const icu::UnicodeString& text, const Units&
 
 icu::UnicodeString replaceTags(const icu::UnicodeString& text, const Units& u) {
     NextIndex angle(u, [&u](int32_t i) { return u[i] == u'<' || u[i] == u'>'; });
-    return replaceCandidates(Name::htmlTag, text, [&](int32_t from) -> std::optional<Candidate> {
+    return replaceMatches(Name::htmlTag, text, [&](int32_t from) -> std::optional<Match> {
         for (int32_t start = u.find(u"<", from); start < u.size; start = u.find(u"<", start + 1)) {
             const int32_t letter = u[start + 1] == u'/' ? start + 2 : start + 1;
             if (!isAsciiLetter(u[letter])) continue;
             const int32_t close = angle(letter + 1);
-            if (u[close] == u'>') return Candidate{start, close + 1};
+            if (u[close] == u'>') return Match{start, close + 1};
         }
         return std::nullopt;
     });
@@ -245,15 +222,16 @@ icu::UnicodeString replaceBracketed(Name name, const icu::UnicodeString& text, c
     const char16_t targetClose = name == Name::referenceLink ? u']' : u')';
     NextIndex labelEnd(u, [&u](int32_t i) { return u[i] == u']'; });
     NextIndex targetEnd(u, [&u, targetClose](int32_t i) { return u[i] == targetClose; });
-    return replaceCandidates(name, text, [&](int32_t from) -> std::optional<Candidate> {
+    return replaceMatches(name, text, [&](int32_t from) -> std::optional<Match> {
         for (int32_t start = u.find(opener, from); start < u.size;
              start = u.find(opener, start + 1)) {
-            const int32_t bracket = labelEnd(start + static_cast<int32_t>(opener.size()));
+            const int32_t label = start + static_cast<int32_t>(opener.size());
+            const int32_t bracket = labelEnd(label);
             if (bracket == u.size) return std::nullopt;
             if (u[bracket + 1] != targetOpen) continue;
             const int32_t close = targetEnd(bracket + 2);
             if (close == u.size) return std::nullopt;
-            return Candidate{start, close + 1};
+            return Match{start, close + 1, label, bracket};
         }
         return std::nullopt;
     });
@@ -261,10 +239,11 @@ icu::UnicodeString replaceBracketed(Name name, const icu::UnicodeString& text, c
 
 // Every start inside one run of scheme characters shares the run's end, so a run either
 // holds an "x://" match at its first letter or only "www." matches; each run is read once.
+// The body, \S+ at the pattern's end, runs to the next white space.
 icu::UnicodeString replaceRawURLs(const icu::UnicodeString& text, const Units& u) {
     NextIndex space(u, [&u](int32_t i) { return isSpaceUnit(u[i]); });
     const auto bodyAt = [&u](int32_t i) { return i < u.size && !isSpaceUnit(u[i]); };
-    return replaceCandidates(Name::rawURL, text, [&](int32_t from) -> std::optional<Candidate> {
+    return replaceMatches(Name::rawURL, text, [&](int32_t from) -> std::optional<Match> {
         for (int32_t start = from; start < u.size;) {
             if (!isFoldedSchemeUnit(u[start])) {
                 ++start;
@@ -275,12 +254,12 @@ icu::UnicodeString replaceRawURLs(const icu::UnicodeString& text, const Units& u
                 ++end;
             if (u[end] == u':' && u[end + 1] == u'/' && u[end + 2] == u'/' && bodyAt(end + 3)) {
                 for (int32_t letter = start; letter < end; ++letter)
-                    if (isFoldedLetter(u[letter])) return Candidate{letter, space(end + 3)};
+                    if (isFoldedLetter(u[letter])) return Match{letter, space(end + 3)};
             }
             for (int32_t w = start; w + 4 <= end; ++w) {
                 if (isW(u[w]) && isW(u[w + 1]) && isW(u[w + 2]) && u[w + 3] == u'.' &&
                     bodyAt(w + 4))
-                    return Candidate{w, space(w + 4)};
+                    return Match{w, space(w + 4)};
             }
             start = end;
         }
@@ -288,33 +267,102 @@ icu::UnicodeString replaceRawURLs(const icu::UnicodeString& text, const Units& u
     });
 }
 
-// Patterns whose failed attempts stop at the next occurrence of their own delimiter, so trying
-// every start that begins like them is linear already; `startAt(from)` finds the next one.
-template <typename StartAt>
-icu::UnicodeString replaceDelimited(Name name, const icu::UnicodeString& text, const Units& u,
-                                    StartAt startAt) {
-    return replaceCandidates(name, text, [&](int32_t from) -> std::optional<Candidate> {
-        const int32_t start = startAt(from);
-        if (start >= u.size) return std::nullopt;
-        return Candidate{start, u.size};
+// The emphasis patterns: an opening run of delimiters, a body that starts and ends with a
+// non-space and holds no delimiter but possibly as its last character, and a closing run. The
+// body's end is thus one of at most three places around the first delimiter after its first
+// character, which backtracking tries in a fixed order, longest opening first.
+struct Emphasis {
+    char16_t delimiter;
+    int32_t shortestOpening;
+    int32_t longestOpening;
+    // Whether a match may start at `start`, given the units before it.
+    bool (*opensAt)(const Units&, int32_t start);
+    // The end of a closing run that begins at `at`, or 0 when none does.
+    int32_t (*closingEnd)(const Units&, int32_t at);
+};
+
+bool opensAnywhere(const Units&, int32_t) {
+    return true;
+}
+bool opensAfterNonWord(const Units& u, int32_t start) {
+    return start == 0 || !isWordUnit(u[start - 1]);
+}
+// \*{1,3}
+int32_t starsEnd(const Units& u, int32_t at) {
+    int32_t end = at;
+    while (end < at + 3 && u[end] == u'*')
+        ++end;
+    return end > at ? end : 0;
+}
+// ~~
+int32_t tildesEnd(const Units& u, int32_t at) {
+    return u[at] == u'~' && u[at + 1] == u'~' ? at + 2 : 0;
+}
+// _{1,2}(?![A-Za-z0-9_])
+int32_t underscoresEnd(const Units& u, int32_t at) {
+    if (u[at] != u'_') return 0;
+    if (u[at + 1] == u'_' && !isWordUnit(u[at + 2])) return at + 2;
+    return isWordUnit(u[at + 1]) ? 0 : at + 1;
+}
+
+constexpr Emphasis kStrikethrough{u'~', 2, 2, opensAnywhere, tildesEnd};
+constexpr Emphasis kStar{u'*', 1, 3, opensAnywhere, starsEnd};
+constexpr Emphasis kUnderscore{u'_', 1, 2, opensAfterNonWord, underscoresEnd};
+
+int32_t codePointEnd(const Units& u, int32_t at) {
+    return U16_IS_LEAD(u[at]) && U16_IS_TRAIL(u[at + 1]) ? at + 2 : at + 1;
+}
+
+icu::UnicodeString replaceEmphasis(Name name, const Emphasis& emphasis,
+                                   const icu::UnicodeString& text, const Units& u) {
+    const char16_t d = emphasis.delimiter;
+    // Three scanners, each asked about non-decreasing positions only.
+    NextIndex nextStart(u, [&u, d](int32_t i) { return u[i] == d; });
+    NextIndex runEnd(u, [&u, d](int32_t i) { return u[i] != d; });
+    NextIndex nextDelimiter(u, [&u, d](int32_t i) { return u[i] == d; });
+    const auto matchAt = [&](int32_t start) -> std::optional<Match> {
+        const int32_t run = runEnd(start);
+        for (int32_t length = std::min(emphasis.longestOpening, run - start);
+             length >= emphasis.shortestOpening; --length) {
+            const int32_t body = start + length;
+            if (body >= u.size || isSpaceUnit(u[body])) continue;
+            const int32_t first = codePointEnd(u, body);
+            // No delimiter lies between the body's first character and `close`.
+            const int32_t close = first < run ? first : nextDelimiter(run);
+            if (close == u.size) continue;
+            // The body ends with the delimiter at `close`, with the last non-delimiter before
+            // it, or (a body of one character) right before `close`.
+            if (const int32_t end = emphasis.closingEnd(u, close + 1))
+                return Match{start, end, body, close + 1};
+            if (close == first || !isSpaceUnit(u[close - 1])) {
+                if (const int32_t end = emphasis.closingEnd(u, close))
+                    return Match{start, end, body, close};
+            }
+        }
+        return std::nullopt;
+    };
+    return replaceMatches(name, text, [&](int32_t from) -> std::optional<Match> {
+        for (int32_t start = nextStart(from); start < u.size; start = nextStart(start + 1)) {
+            if (!emphasis.opensAt(u, start)) continue;
+            if (auto match = matchAt(start)) return match;
+        }
+        return std::nullopt;
     });
 }
 
 // An opening bracket, white space only, then a closing one; runs of white space after
 // different openers never overlap, so skipping them costs linear time in all.
 icu::UnicodeString replaceEmptyBrackets(const icu::UnicodeString& text, const Units& u) {
-    return replaceCandidates(Name::emptyBrackets, text,
-                             [&](int32_t from) -> std::optional<Candidate> {
-                                 for (int32_t start = from; start < u.size; ++start) {
-                                     if (u[start] != u'(' && u[start] != u'[') continue;
-                                     int32_t close = start + 1;
-                                     while (isSpaceUnit(u[close]))
-                                         ++close;
-                                     if (u[close] == u')' || u[close] == u']')
-                                         return Candidate{start, close + 1};
-                                 }
-                                 return std::nullopt;
-                             });
+    return replaceMatches(Name::emptyBrackets, text, [&](int32_t from) -> std::optional<Match> {
+        for (int32_t start = from; start < u.size; ++start) {
+            if (u[start] != u'(' && u[start] != u'[') continue;
+            int32_t close = start + 1;
+            while (isSpaceUnit(u[close]))
+                ++close;
+            if (u[close] == u')' || u[close] == u']') return Match{start, close + 1};
+        }
+        return std::nullopt;
+    });
 }
 
 } // namespace
@@ -349,19 +397,11 @@ icu::UnicodeString MarkdownStripper::Regexes::replaceAll(Name name,
     case Name::rawURL:
         return replaceRawURLs(text, units);
     case Name::strikethrough:
-        return replaceDelimited(name, text, units,
-                                [&units](int32_t from) { return units.find(u"~~", from); });
+        return replaceEmphasis(name, kStrikethrough, text, units);
     case Name::starEmphasis:
-        return replaceDelimited(name, text, units,
-                                [&units](int32_t from) { return units.find(u"*", from); });
+        return replaceEmphasis(name, kStar, text, units);
     case Name::underscoreEmphasis:
-        return replaceDelimited(name, text, units, [&units](int32_t from) {
-            // The lookbehind rules out an underscore right after a word character.
-            int32_t start = units.find(u"_", from);
-            while (start < units.size && start > 0 && isWordUnit(units[start - 1]))
-                start = units.find(u"_", start + 1);
-            return start;
-        });
+        return replaceEmphasis(name, kUnderscore, text, units);
     case Name::emptyBrackets:
         break;
     }

@@ -1,7 +1,6 @@
 #include "core/MarkdownStripper.h"
 
 #include "core/Graphemes.h"
-#include "core/TextWindow.h"
 #include "core/Unicode.h"
 
 #include <limits>
@@ -26,9 +25,31 @@ constexpr Entity kEntities[] = {
     {u"&ndash;", u"\u2013"}, {u"&hellip;", u"\u2026"},
 };
 
-// A lifted code span is held as U+E000, its index, U+E001.
+// A lifted code span is held as U+E000, its index, U+E001. The message's own U+E000 and
+// U+E001 are dropped from blocks and before lifting, so that none can be taken for a
+// placeholder or reach the output.
 constexpr char16_t kSpanOpen = 0xE000;
 constexpr char16_t kSpanClose = 0xE001;
+// Their UTF-8 forms: 0xEE 0x80 0x80 and 0xEE 0x80 0x81.
+constexpr char kReservedLead = '\xEE';
+
+bool isReservedAt(std::string_view text, std::size_t i) {
+    return text.substr(i, 2) == "\xEE\x80" && i + 2 < text.size() &&
+           (text[i + 2] == '\x80' || text[i + 2] == '\x81');
+}
+
+std::string withoutReserved(std::string_view text) {
+    if (text.find(kReservedLead) == std::string_view::npos) return std::string(text);
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (isReservedAt(text, i))
+            i += 2;
+        else
+            out += text[i];
+    }
+    return out;
+}
 
 // The characters whose presence lets an inline-cleaning step have any effect, noted in one
 // pass before anything changes.
@@ -223,22 +244,23 @@ std::optional<Range> strippedListItem(const Graphemes& g, Range line) {
     return rest;
 }
 
+bool isWhitespaceCharacter(std::string_view character) {
+    std::size_t length = 0;
+    return unicode::isWhitespace(unicode::decode(character, 0, length));
+}
+
 std::string liftCodeSpans(std::string_view text, std::vector<std::string>& spans) {
-    const Graphemes g(text);
+    // The runs of backtick characters, as byte ranges (a backtick is one byte).
     struct Run {
         std::size_t from;
         std::size_t to;
+        std::size_t length() const { return to - from; }
     };
     std::vector<Run> runs;
-    for (std::size_t i = 0; i < g.size();) {
-        if (!g.is(i, '`')) {
-            ++i;
-            continue;
-        }
-        const std::size_t from = i;
-        while (i < g.size() && g.is(i, '`'))
-            ++i;
-        runs.push_back({from, i});
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] != '`' || !Graphemes::isOwnCharacter(text, at)) continue;
+        if (runs.empty() || runs.back().to != at) runs.push_back({at, at});
+        runs.back().to = at + 1;
     }
 
     // The run that closes each run: the next one of the same length. Found for all runs in
@@ -247,17 +269,16 @@ std::string liftCodeSpans(std::string_view text, std::vector<std::string>& spans
     std::vector<std::size_t> closer(runs.size(), none);
     std::unordered_map<std::size_t, std::size_t> nextOfLength;
     for (std::size_t r = runs.size(); r-- > 0;) {
-        const std::size_t length = runs[r].to - runs[r].from;
-        if (const auto found = nextOfLength.find(length); found != nextOfLength.end())
+        if (const auto found = nextOfLength.find(runs[r].length()); found != nextOfLength.end())
             closer[r] = found->second;
-        nextOfLength[length] = r;
+        nextOfLength[runs[r].length()] = r;
     }
 
     std::string out;
     out.reserve(text.size());
     std::size_t copied = 0;
     for (std::size_t r = 0; r < runs.size();) {
-        out += g.slice(copied, runs[r].from);
+        out += text.substr(copied, runs[r].from - copied);
         if (closer[r] == none) {
             // An opening run without a closing one is dropped.
             copied = runs[r].to;
@@ -268,11 +289,11 @@ std::string liftCodeSpans(std::string_view text, std::vector<std::string>& spans
         unicode::append(out, kSpanOpen);
         out += std::to_string(spans.size());
         unicode::append(out, kSpanClose);
-        spans.emplace_back(g.slice(runs[r].to, close.from));
+        spans.emplace_back(text.substr(runs[r].to, close.from - runs[r].to));
         copied = close.to;
         r = closer[r] + 1;
     }
-    out += g.slice(copied, g.size());
+    out += text.substr(copied);
     return out;
 }
 
@@ -289,66 +310,65 @@ icu::UnicodeString sanitizeCodeSpan(std::string_view content) {
     return out;
 }
 
-// Each span's content goes in at the first occurrence of its placeholder only, so a message
-// that repeats a placeholder's characters cannot make the text grow.
+// Every placeholder left is one that liftCodeSpans made (no pattern splits one, as none holds
+// white space or markup); anything else that looks like a piece of one is dropped.
 icu::UnicodeString restoreCodeSpans(const icu::UnicodeString& text,
                                     const std::vector<std::string>& spans) {
     const std::u16string_view all = view(text);
-    std::vector<bool> restored(spans.size(), false);
     icu::UnicodeString out;
     std::size_t copied = 0;
-    for (std::size_t open = all.find(kSpanOpen); open != std::u16string_view::npos;
-         open = all.find(kSpanOpen, open + 1)) {
-        std::size_t end = open + 1;
+    for (std::size_t at = all.find_first_of(u"\uE000\uE001"); at != std::u16string_view::npos;
+         at = all.find_first_of(u"\uE000\uE001", copied)) {
+        out.append(all.data(), static_cast<int32_t>(copied), static_cast<int32_t>(at - copied));
+        std::size_t end = at + 1;
         std::size_t index = 0;
-        bool digits = false;
-        while (end < all.size() && all[end] >= u'0' && all[end] <= u'9' && index < spans.size()) {
+        while (all[at] == kSpanOpen && end < all.size() && all[end] >= u'0' && all[end] <= u'9' &&
+               index < spans.size()) {
             index = index * 10 + static_cast<std::size_t>(all[end] - u'0');
-            digits = true;
             ++end;
         }
-        const bool leadingZero = all[open + 1] == u'0' && end > open + 2;
-        if (!digits || leadingZero || end >= all.size() || all[end] != kSpanClose ||
-            index >= spans.size() || restored[index])
-            continue;
-        restored[index] = true;
-        out.append(all.data(), static_cast<int32_t>(copied), static_cast<int32_t>(open - copied));
-        out.append(sanitizeCodeSpan(spans[index]));
-        copied = end + 1;
+        if (end > at + 1 && end < all.size() && all[end] == kSpanClose && index < spans.size()) {
+            out.append(sanitizeCodeSpan(spans[index]));
+            ++end;
+        }
+        copied = end;
     }
     out.append(all.data(), static_cast<int32_t>(copied), static_cast<int32_t>(all.size() - copied));
     return out;
 }
 
 std::string collapseWhitespace(std::string_view text) {
-    const Graphemes g(text);
     std::string out;
     out.reserve(text.size());
-    std::size_t i = 0;
-    while (i < g.size()) {
-        if (g.isWhitespace(i)) {
-            ++i;
-            continue;
-        }
-        const std::size_t word = i;
-        while (i < g.size() && !g.isWhitespace(i))
-            ++i;
+    constexpr std::size_t none = std::string_view::npos;
+    std::size_t at = 0;
+    std::size_t word = none;
+    const auto endWord = [&](std::size_t end) {
+        if (word == none) return;
         if (!out.empty()) out += ' ';
-        out += g.slice(word, i);
-    }
+        out += text.substr(word, end - word);
+        word = none;
+    };
+    Graphemes::forEach(text, [&](std::string_view character) {
+        if (isWhitespaceCharacter(character))
+            endWord(at);
+        else if (word == none)
+            word = at;
+        at += character.size();
+        return true;
+    });
+    endWord(text.size());
     return out;
 }
 
-// Only the front matters, so a growing prefix is segmented rather than the whole text.
 std::string_view stripLeadingOrnaments(std::string_view text) {
-    for (std::size_t window = 64;; window *= textwindow::growth) {
-        const std::string_view front = textwindow::prefix(text, window);
-        const Graphemes g(front);
-        std::size_t i = 0;
-        while (i < g.size() && (g.isWhitespace(i) || isOrnament(g[i])))
-            ++i;
-        if (i + 1 < g.size() || front.size() == text.size()) return text.substr(g.offset(i));
-    }
+    std::size_t at = 0;
+    Graphemes::forEach(text, [&](std::string_view character) {
+        if (!isWhitespaceCharacter(character) && !isOrnament(character)) return false;
+        at += character.size();
+        return true;
+    });
+    return text.substr(at);
 }
 
 } // namespace
@@ -364,9 +384,10 @@ std::string strip(std::string_view text) {
     return out;
 }
 
-std::vector<std::string> rawBlocks(std::string_view text) {
+std::vector<std::string> rawBlocks(std::string_view message) {
     std::vector<std::string> blocks;
-    if (text.empty()) return blocks;
+    if (message.empty()) return blocks;
+    const std::string text = withoutReserved(message);
     const Graphemes g(text);
 
     // Every piece added is trimmed of white space already, so the paragraph never has spaces
@@ -436,7 +457,8 @@ std::string inlineText(std::string_view block) {
     if (block.empty()) return {};
     const Triggers seen = scan(block);
     std::vector<std::string> spans;
-    std::string cleaned = seen.backtick ? liftCodeSpans(block, spans) : std::string(block);
+    std::string cleaned = withoutReserved(block);
+    if (seen.backtick) cleaned = liftCodeSpans(cleaned, spans);
 
     if (seen.anyPattern() || !spans.empty()) {
         icu::UnicodeString text = utf16(cleaned);

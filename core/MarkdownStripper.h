@@ -23,8 +23,7 @@ bool isOrnament(std::string_view character);
 
 // The cleaning patterns. Each is compiled once per process (ICU syntax, no options); one
 // that fails to compile is absent and its step is skipped. replaceAll gives exactly what
-// ICU's own replaceAll would, but visits only start positions that can match, so that no
-// input makes it quadratic.
+// ICU's own replaceAll would, in time linear in the text whatever its shape.
 namespace Regexes {
 
 enum class Name {

@@ -4,6 +4,7 @@
 #include "core/MarkdownStripper.h"
 #include "core/SentenceSplitter.h"
 #include "core/TextWindow.h"
+#include "core/Unicode.h"
 
 #include <algorithm>
 #include <array>
@@ -41,20 +42,34 @@ std::string joined(const std::vector<std::string>& items, std::string_view separ
     return text;
 }
 
-// The first characters of `text`: more than `wanted` of them, the first `wanted` exact, or all
-// when it has no more; segments only as much of a long text as that takes.
-Graphemes leadingCharacters(std::string_view text, std::size_t wanted) {
-    for (std::size_t window = 4 * wanted + 16;; window *= textwindow::growth) {
-        const std::string_view front = textwindow::prefix(text, window);
-        Graphemes characters(front);
-        if (characters.size() > wanted || front.size() == text.size()) return characters;
+// Whether a sentence may end before the text's end: a terminator followed, past more
+// terminators and closing brackets or quotes, by white space. Any byte of a character beyond
+// ASCII counts as maybe white space, and the last byte of "…" as maybe a terminator.
+bool mayEndASentenceEarly(std::string_view text) {
+    constexpr std::string_view terminators = ".!?\xA6";
+    const auto isTerminatorOrCloser = [](char c) {
+        return c == '.' || c == '!' || c == '?' || c == ')' || c == ']' || c == '}' || c == '"' ||
+               c == '\'';
+    };
+    for (std::size_t i = text.find_first_of(terminators); i != std::string_view::npos;) {
+        std::size_t k = i + 1;
+        while (k < text.size() && isTerminatorOrCloser(text[k]))
+            ++k;
+        if (k == text.size()) return false;
+        if (static_cast<unsigned char>(text[k]) >= 0x80 || unicode::isWhitespace(text[k]))
+            return true;
+        i = text.find_first_of(terminators, k);
     }
+    return false;
 }
 
-// The first `wanted` sentences of `text` (all when it has fewer). Of the sentences of a
-// prefix, all but the last are final, so a long text is split only as far as needed.
+// The first `wanted` sentences of a cleaned block (all when it has fewer). Of the sentences of
+// a prefix, all but the last are final, so a long text is split only as far as needed; and a
+// block where no sentence can end early is one sentence as it stands, for cleaning left no
+// white space at its ends.
 std::vector<std::string> firstSentences(std::string_view text, std::size_t wanted) {
-    for (std::size_t window = 1024;; window *= textwindow::growth) {
+    if (!mayEndASentenceEarly(text)) return {std::string(text)};
+    for (std::size_t window = 1024;; window = textwindow::grown(window, text.size())) {
         const std::string_view front = textwindow::prefix(text, window);
         std::vector<std::string> found = SentenceSplitter::sentences(front);
         if (found.size() > wanted || front.size() == text.size()) {
@@ -100,13 +115,16 @@ bool endsWithPunctuation(std::string_view text) {
     return end > 0 && isOneOf(kPunctuation, g[end - 1]);
 }
 
-// Only the end matters, so a growing suffix is segmented rather than the whole text.
+// Only the end matters, so a growing suffix is segmented rather than the whole text. A suffix
+// may come out far longer than asked for (no clean cut inside one long character), so the next
+// one grows from what it was.
 bool asksAQuestion(std::string_view text) {
-    for (std::size_t window = 256;; window *= textwindow::growth) {
+    for (std::size_t window = 256;;) {
         const std::string_view tail = textwindow::suffix(text, window);
         const Graphemes g(tail);
         const std::size_t length = trimmedForTerminator(g);
         if (length > 0 || tail.size() == text.size()) return length > 0 && g.is(length - 1, '?');
+        window = textwindow::grown(tail.size(), text.size());
     }
 }
 
@@ -150,7 +168,7 @@ std::string assembleLead(const std::vector<std::string>& opening) {
     if (opening.empty()) return {};
     const std::string& first = opening.front();
     if (opening.size() == 1 ||
-        leadingCharacters(first, shortSentenceThreshold).size() >= shortSentenceThreshold)
+        Graphemes(first, shortSentenceThreshold).size() >= shortSentenceThreshold)
         return first;
     return first + (endsWithPunctuation(first) ? " " : " \u2014 ") + opening[1];
 }
@@ -237,7 +255,7 @@ std::optional<std::string> durationText(std::optional<Seconds> duration) {
 std::string truncate(std::string_view text, int limit) {
     const std::size_t cap = static_cast<std::size_t>(std::max(limit, 0));
     // One character past the limit tells whether anything must be cut.
-    const Graphemes g = leadingCharacters(text, cap + 1);
+    const Graphemes g(text, cap + 1);
     if (limit < 2) return std::string(g.slice(0, std::min(g.size(), cap)));
     if (g.size() <= cap) return std::string(text);
 

@@ -3,17 +3,12 @@
 #include "core/Unicode.h"
 
 #include <algorithm>
-#include <unicode/uchar.h>
 
 namespace norrow::textwindow {
 namespace {
 
 bool isContinuation(char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
-int32_t breakKind(char32_t c) {
-    return u_getIntPropertyValue(static_cast<UChar32>(c), UCHAR_GRAPHEME_CLUSTER_BREAK);
 }
 
 // Whether the text may be cut between the scalar that ends at `at` and the one that starts
@@ -27,22 +22,15 @@ bool isCleanCut(std::string_view text, std::size_t at) {
     if (start + length != at || (before == 0xFFFD && length == 1)) return false;
     const char32_t after = unicode::decode(text, at, length);
     if (after == 0xFFFD && length == 1) return false;
-    switch (breakKind(before)) {
-    case U_GCB_CR:
-        return after != U'\n';
-    case U_GCB_LF:
-    case U_GCB_CONTROL:
-        return true;
-    case U_GCB_OTHER: {
-        const int32_t next = breakKind(after);
-        return next != U_GCB_EXTEND && next != U_GCB_ZWJ && next != U_GCB_SPACING_MARK;
-    }
-    default:
-        return false;
-    }
+    return unicode::alwaysBreaksBetween(before, after);
 }
 
 } // namespace
+
+std::size_t grown(std::size_t window, std::size_t size) {
+    const std::size_t next = window * 8;
+    return next > size / 4 ? size : next;
+}
 
 std::string_view prefix(std::string_view text, std::size_t bytes) {
     std::size_t end = std::min(bytes, text.size());

@@ -7,9 +7,10 @@
 // first or last user-perceived characters.
 namespace norrow::textwindow {
 
-// How much a window grows when it was not enough: steep, so that a text that needs all of it
-// costs little more than segmenting the whole once.
-inline constexpr std::size_t growth = 8;
+// The window to try after `window` for a text of `size` bytes: eight times larger, or the whole
+// text once that would pass a quarter of it. So the windows tried before the whole add at most
+// a third to segmenting it once, and a text that ends early needs no more than it holds.
+std::size_t grown(std::size_t window, std::size_t size);
 
 // A prefix of at least `bytes` bytes (the whole text when shorter) ending between two scalars.
 // It splits into the text's first characters, except that its last character may continue

@@ -1,8 +1,11 @@
 #include "core/Unicode.h"
 
+#include <memory>
 #include <unicode/locid.h>
-#include <unicode/uchar.h>
+#include <unicode/ucptrie.h>
+#include <unicode/umutablecptrie.h>
 #include <unicode/unistr.h>
+#include <unicode/uset.h>
 
 namespace norrow::unicode {
 
@@ -27,6 +30,75 @@ bool isEmoji(char32_t c) {
 
 bool isEmojiPresentation(char32_t c) {
     return u_hasBinaryProperty(static_cast<UChar32>(c), UCHAR_EMOJI_PRESENTATION);
+}
+
+namespace {
+
+// Grapheme_Cluster_Break in the low five bits and Extended_Pictographic in the next, in one
+// fast trie built once: the two properties that segmenting asks about for every character.
+constexpr uint8_t kBreakBits = 0x1F;
+constexpr uint8_t kPictographic = 0x20;
+
+struct TrieDeleter {
+    void operator()(UCPTrie* trie) const { ucptrie_close(trie); }
+};
+struct MutableTrieDeleter {
+    void operator()(UMutableCPTrie* trie) const { umutablecptrie_close(trie); }
+};
+
+std::unique_ptr<UCPTrie, TrieDeleter> buildBreakTrie() {
+    UErrorCode status = U_ZERO_ERROR;
+    const UCPMap* breaks = u_getIntPropertyMap(UCHAR_GRAPHEME_CLUSTER_BREAK, &status);
+    const USet* pictographs = u_getBinaryPropertySet(UCHAR_EXTENDED_PICTOGRAPHIC, &status);
+    if (U_FAILURE(status)) return nullptr;
+    std::unique_ptr<UMutableCPTrie, MutableTrieDeleter> building(
+        umutablecptrie_fromUCPMap(breaks, &status));
+    for (int32_t i = 0; U_SUCCESS(status) && i < uset_getItemCount(pictographs); ++i) {
+        UChar32 start = 0;
+        UChar32 end = 0;
+        uset_getItem(pictographs, i, &start, &end, nullptr, 0, &status);
+        for (UChar32 c = start; U_SUCCESS(status) && c <= end; ++c)
+            umutablecptrie_set(building.get(), c,
+                               umutablecptrie_get(building.get(), c) | kPictographic, &status);
+    }
+    std::unique_ptr<UCPTrie, TrieDeleter> built(umutablecptrie_buildImmutable(
+        building.get(), UCPTRIE_TYPE_FAST, UCPTRIE_VALUE_BITS_8, &status));
+    if (U_FAILURE(status)) return nullptr;
+    return built;
+}
+
+const UCPTrie* breakTrie() {
+    static const std::unique_ptr<UCPTrie, TrieDeleter> trie = buildBreakTrie();
+    return trie.get();
+}
+
+} // namespace
+
+GraphemeProperties graphemeProperties(char32_t c) {
+    const auto scalar = static_cast<UChar32>(c);
+    const UCPTrie* trie = breakTrie();
+    if (trie == nullptr)
+        return {static_cast<UGraphemeClusterBreak>(
+                    u_getIntPropertyValue(scalar, UCHAR_GRAPHEME_CLUSTER_BREAK)),
+                u_hasBinaryProperty(scalar, UCHAR_EXTENDED_PICTOGRAPHIC) != 0};
+    const uint8_t value = UCPTRIE_FAST_GET(trie, UCPTRIE_8, scalar);
+    return {static_cast<UGraphemeClusterBreak>(value & kBreakBits), (value & kPictographic) != 0};
+}
+
+bool alwaysBreaksBetween(char32_t before, char32_t after) {
+    switch (graphemeProperties(before).kind) {
+    case U_GCB_CR:
+        return after != U'\n';
+    case U_GCB_LF:
+    case U_GCB_CONTROL:
+        return true;
+    case U_GCB_OTHER: {
+        const UGraphemeClusterBreak next = graphemeProperties(after).kind;
+        return next != U_GCB_EXTEND && next != U_GCB_ZWJ && next != U_GCB_SPACING_MARK;
+    }
+    default:
+        return false;
+    }
 }
 
 char32_t decode(std::string_view s, std::size_t i, std::size_t& length) {

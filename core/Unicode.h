@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <unicode/uchar.h>
 
 namespace norrow::unicode {
 
@@ -11,6 +12,18 @@ bool isLetter(char32_t c);
 bool isNumber(char32_t c);
 bool isEmoji(char32_t c);
 bool isEmojiPresentation(char32_t c);
+
+// What segmenting into characters asks of a scalar, in one lookup.
+struct GraphemeProperties {
+    UGraphemeClusterBreak kind;
+    bool pictographic; // Extended_Pictographic
+};
+GraphemeProperties graphemeProperties(char32_t c);
+
+// Whether a user-perceived character ends between these two adjacent scalars whatever
+// surrounds them: after a control, or between a plain character and one that does not attach
+// to it.
+bool alwaysBreaksBetween(char32_t before, char32_t after);
 
 // Decodes the scalar starting at `offset`; `length` receives its byte count (at least 1).
 // A malformed sequence decodes as U+FFFD of length 1.

@@ -1,4 +1,5 @@
 // norrowctl summarize, strip, sentences and lint: output shape, error replies, exit statuses.
+#include "core/RequestProtocol.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 
@@ -37,6 +38,7 @@ TEST(SummaryCommands, PrintOneCompactJsonLine) {
          "## Plan ##\nWe *will* fix it.\n\n```\ncode\n```\n[](x)\n",
          R"j({"blocks":["Plan","We *will* fix it.","[](x)"],"inline":["Plan","We will fix it.",""],)j"
          R"("text":"Plan\n\nWe will fix it."})"},
+        {{"strip"}, "\uE0000\uE001 `x`", R"({"blocks":["0 `x`"],"inline":["0 x"],"text":"0 x"})"},
         {{"sentences"},
          "Fixed it. See Dr. Smith! Done \xff",
          "[\"Fixed it.\",\"See Dr. Smith!\",\"Done \uFFFD\"]"},
@@ -59,6 +61,29 @@ TEST(SummaryCommands, RefuseUndecodableEventsAndBadArguments) {
         EXPECT_EQ(result.out, "") << input;
     }
     EXPECT_EQ(norrowctl({"summarize", "--duration", "soon"}, "{}").status, 2);
+}
+
+// summarize takes exactly the payloads that the listener accepts, whatever its decoder refuses.
+TEST(SummaryCommands, DecodeLikeTheListener) {
+    const std::string payloads[] = {
+        R"({"hook_event_name":"Stop","last_assistant_message":"Fixed it."})",
+        R"({"hook_event_name":"Stop","last_assistant_message":"Fixed \ud800 it."})",
+        "{\"hook_event_name\":\"Stop\",\"last_assistant_message\":\"bad \xff byte\"}",
+        "{\"hook_event_name\":\"Stop\"}\xff",
+        R"({"hook_event_name":"Stop","last_assistant_message":"nul \u0000 inside"})",
+        std::string(R"({"hook_event_name":"Stop","message":"raw )") + '\0' + R"( nul"})",
+        R"({"hook_event_name":"Stop","stats":"mistyped"})",
+        R"({"hook_event_name":"Unknown"})",
+    };
+    for (const std::string& payload : payloads) {
+        RequestProtocol::Request request{
+            "POST", "/v1/event", {{"authorization", "Bearer t"}}, payload};
+        const int listener = RequestProtocol::dispatch(request, "t").reply.status;
+        ASSERT_TRUE(listener == 200 || listener == 422) << payload;
+        const auto result = norrowctl({"summarize"}, payload);
+        EXPECT_EQ(result.status, listener == 200 ? 0 : 1) << payload;
+        EXPECT_EQ(result.err, listener == 200 ? "" : "undecodable event\n") << payload;
+    }
 }
 
 TEST(LintCommand, PrintsViolationsAndTotals) {

@@ -1,7 +1,6 @@
 // The whole summary pipeline over real messages and hostile inputs: it never fails, the text
 // always fits the banner, and the lint finds nothing but the cut inside one over-long word.
 #include "core/Graphemes.h"
-#include "core/HookEvent.h"
 #include "core/Summarizer.h"
 #include "core/SummaryLint.h"
 #include "support/Files.h"
@@ -77,13 +76,6 @@ TEST(SummaryCorpus, HostileInputsStayWithinTheLimit) {
     for (const std::string& text : cases)
         EXPECT_TRUE(fits(Summarizer::summarize(text).text)) << text.substr(0, 40);
     EXPECT_EQ(Summarizer::summarize(word).text, std::string(139, 'w') + "\u2026");
-
-    const auto event = HookEvent::fromJson(parseLenientJson(
-        R"({"hook_event_name":"Stop","last_assistant_message":"Fixed \ud800 it. \udfff Done?"})"));
-    ASSERT_TRUE(event);
-    const Summary summary = Summarizer::summarize(*event, Seconds(3));
-    EXPECT_EQ(summary.text, "Fixed \uFFFD it. \uFFFD Done?");
-    EXPECT_EQ(summary.kind, SummaryKind::needsYou);
 }
 
 } // namespace
