@@ -257,8 +257,7 @@ const Shell zsh{
 };
 
 void write(const char* file, const std::string& text) {
-    if (const auto failure =
-            norrow::files::writeAtomically(file, text, {.mode = 0644}))
+    if (const auto failure = norrow::files::writeAtomically(file, text, {.mode = 0644}))
         throw std::runtime_error(std::string("could not write ") + file + ": " +
                                  std::strerror(failure->error));
 }
