@@ -11,6 +11,7 @@
 //                     server to measure, default the one built beside this benchmark)
 #include "Percentile.h"
 #include "support/Process.h"
+#include "support/Sockets.h"
 #include "support/TempDir.h"
 
 #include <arpa/inet.h>
@@ -101,21 +102,6 @@ void sendAll(int fd, std::string_view bytes) {
     }
 }
 
-// Everything received until the peer closes, or nothing when it has not by `until`.
-std::optional<std::string> readUntilClosed(int fd, Clock::time_point until) {
-    std::string received;
-    char buffer[1024];
-    for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
-        pollfd ready{fd, POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&ready, 1, static_cast<int>(left.count())) <= 0)
-            return std::nullopt;
-        const ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
-        if (n <= 0) return received;
-        received.append(buffer, static_cast<std::size_t>(n));
-    }
-}
-
 std::string requestHead(const std::string& bearer, std::size_t contentLength) {
     return "POST /v1/event HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer " + bearer +
            "\r\nContent-Type: application/json\r\nContent-Length: " +
@@ -197,7 +183,7 @@ public:
         const int fd = connectTo(port);
         if (fd < 0) return std::nullopt;
         sendAll(fd, requestHead(token, payload.size()) + payload);
-        const auto reply = readUntilClosed(fd, start + eventTimeout);
+        const auto reply = norrow::test::readUntilClosed(fd, start + eventTimeout);
         ::close(fd);
         if (!reply || !reply->starts_with("HTTP/1.1 200")) return std::nullopt;
         const auto left =

@@ -2,6 +2,7 @@
 
 #include "core/RequestProtocol.h"
 #include "support/Files.h"
+#include "support/Sockets.h"
 
 #include <asio.hpp>
 #include <deque>
@@ -32,23 +33,6 @@ std::string stopEvent(const std::string& sessionId) {
 
 asio::io_context io;
 
-// Everything the server sends on `fd` until it closes the connection (or resets it); nothing
-// when it is still open at `until`.
-std::optional<std::string> readUntilClosed(int fd, std::chrono::steady_clock::time_point until) {
-    std::string received;
-    char buffer[4096];
-    for (;;) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
-        pollfd ready{fd, POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&ready, 1, static_cast<int>(left.count())) <= 0)
-            return std::nullopt;
-        const ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
-        if (n <= 0) return received;
-        received.append(buffer, static_cast<std::size_t>(n));
-    }
-}
-
 // A connection of its own, so a test controls exactly which bytes go out and when.
 struct Client {
     explicit Client(std::uint16_t port, const char* address = "127.0.0.1") {
@@ -76,7 +60,7 @@ struct Client {
     }
 
     std::optional<std::string> readUntilClosed(std::chrono::steady_clock::time_point until) {
-        return norrow::readUntilClosed(socket.native_handle(), until);
+        return test::readUntilClosed(socket.native_handle(), until);
     }
 
     asio::ip::tcp::socket socket{io};
@@ -258,7 +242,7 @@ TEST_F(EventListenerTest, ARealEventGoesThroughHostileConnections) {
     real.connect({asio::ip::address_v4::loopback(), port});
     asio::write(real, asio::buffer(eventRequest(payload)));
     const auto second = std::chrono::steady_clock::now() + 1s;
-    EXPECT_EQ(readUntilClosed(real.native_handle(), second), kOkReply);
+    EXPECT_EQ(test::readUntilClosed(real.native_handle(), second), kOkReply);
     EXPECT_TRUE(runUntil(
         [this] { return !events.empty(); },
         std::chrono::ceil<std::chrono::milliseconds>(second - std::chrono::steady_clock::now())));
