@@ -29,8 +29,7 @@ AppController::AppController(Settings& settings, SecretStore& keychain, Desktop&
                              std::unique_ptr<UpdateCheck::Transport> transport, Options options)
     : settings_(settings), desktop_(desktop), options_(std::move(options)),
       host_(settings, keychain, ClaudeFolder::url(settings)),
-      setup_(settings, host_.claudeFolder()), rules_(settings),
-      events_(host_.turns(), names_, rules_),
+      setup_(settings, host_.claudeFolder()), rules_(settings), events_(host_.turns(), names_),
       updates_(std::move(transport), options_.version, &std::chrono::system_clock::now,
                options_.updateEndpoint),
       player_(SoundPlayer::create()), notifier_(settings, *player_, options_.sounds),
@@ -92,11 +91,13 @@ MenuState AppController::menuState() {
     const auto projects = SessionNames::projectsFolder(folder);
     for (const auto& live : BridgeState::liveSessionDetails(BridgeState::stateFolder(folder))) {
         MenuState::Session session{live.id, names_.displayName(live.id, projects),
-                                   live.lastActivity, std::nullopt};
+                                   live.lastActivity, std::nullopt, std::nullopt};
         const auto& last = events_.lastEventBySession();
         if (const auto event = last.find(live.id); event != last.end())
             if (const auto app = desktop_.runningApp(event->second))
                 session.host = app->localizedName;
+        if (const auto waits = events_.waiting().find(live.id); waits != events_.waiting().end())
+            session.waitingSince = waits->second.since;
         state.sessions.push_back(std::move(session));
     }
     state.installed = setup_.isInstalled();
@@ -115,15 +116,19 @@ MenuState AppController::menuState() {
 
 void AppController::refreshMenu() {
     host_.publishBridgeConfig();
-    if (statusMenu_) statusMenu_->show(MenuModel::build(menuState(), relativeTime_));
+    if (!statusMenu_) return;
+    statusMenu_->show(MenuModel::build(menuState(), relativeTime_));
+    statusMenu_->setBadge(!events_.waiting().empty());
 }
 
 void AppController::handle(const HookEvent& event) {
-    const auto outcome =
-        events_.handle(event, desktop_.frontmostApplication(), std::chrono::system_clock::now());
+    const auto outcome = events_.handle(event, desktop_.frontmostApplication(),
+                                        std::chrono::system_clock::now(), rules_.current());
+    if (outcome.withdrawn) banners_.withdraw(*outcome.withdrawn);
     if (const auto& alert = outcome.alert) {
         // The banner first: it is what the user waits for.
-        banners_.show(QString::fromStdString(alert->result.text), bannerAction(alert->event));
+        banners_.show(QString::fromStdString(alert->result.text), bannerAction(alert->event),
+                      alert->standing ? alert->event.sessionId : std::nullopt);
         notifier_.play(alert->result.kind);
         emit alerted(*alert);
     }

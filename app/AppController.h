@@ -6,7 +6,6 @@
 #include "app/StatusMenu.h"
 #include "app/platform/Desktop.h"
 #include "app/platform/SoundPlayer.h"
-#include "app/shared/EventHandler.h"
 #include "app/shared/ListenerHost.h"
 #include "app/shared/SecretStore.h"
 #include "app/shared/Settings.h"
@@ -14,6 +13,7 @@
 #include "app/shared/SuppressionRules.h"
 #include "app/shared/UpdateCheck.h"
 #include "core/AppVersion.h"
+#include "core/EventHandler.h"
 #include "core/RelativeTime.h"
 #include "core/SessionNames.h"
 

@@ -23,7 +23,8 @@ BannerPresenter::~BannerPresenter() {
     motion_.clear();
 }
 
-void BannerPresenter::show(const QString& summary, std::function<void()> onClick) {
+void BannerPresenter::show(const QString& summary, std::function<void()> onClick,
+                           std::optional<std::string> standingFor) {
     while (banners_.size() >= maximumVisible) {
         Banner* oldest = banners_.back();
         banners_.pop_back();
@@ -37,7 +38,22 @@ void BannerPresenter::show(const QString& summary, std::function<void()> onClick
     banner->panel().move(places().front() + QPoint(slideDistance, 0));
     banner->appear();
     layOut();
-    banner->scheduleDismissal();
+    if (standingFor)
+        standing_.emplace(banner, std::move(*standingFor));
+    else
+        banner->scheduleDismissal();
+}
+
+void BannerPresenter::withdraw(const std::string& session) {
+    for (auto it = standing_.begin(); it != standing_.end();) {
+        if (it->second != session) {
+            ++it;
+            continue;
+        }
+        Banner* banner = it->first;
+        it = standing_.erase(it);
+        banner->dismiss();
+    }
 }
 
 QRect BannerPresenter::activeFrame() {
@@ -75,6 +91,7 @@ void BannerPresenter::layOut() {
 }
 
 void BannerPresenter::finished(Banner* banner) {
+    standing_.erase(banner);
     const auto found = std::ranges::find(banners_, banner);
     if (found != banners_.end()) {
         banners_.erase(found);

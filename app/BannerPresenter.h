@@ -9,6 +9,9 @@
 #include <QRect>
 #include <QString>
 #include <functional>
+#include <map>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace norrow {
@@ -29,8 +32,11 @@ public:
     ~BannerPresenter() override;
 
     // Shows `summary` in a new banner; a click on it runs `onClick`, when given, and
-    // dismisses it.
-    void show(const QString& summary, std::function<void()> onClick);
+    // dismisses it. A banner standing for a session stays until withdrawn or clicked.
+    void show(const QString& summary, std::function<void()> onClick,
+              std::optional<std::string> standingFor = std::nullopt);
+    // Takes back the session's standing banner, when one is up.
+    void withdraw(const std::string& session);
 
     // Newest first; a banner pushed out or faded out is no longer here.
     const std::vector<Banner*>& banners() const { return banners_; }
@@ -47,6 +53,7 @@ private:
     Desktop& desktop_;
     BannerTimer::Factory timers_;
     std::vector<Banner*> banners_;
+    std::map<Banner*, std::string> standing_;
     QRect frame_;
     QParallelAnimationGroup motion_;
 };

@@ -1,5 +1,6 @@
 #include "app/MenuModel.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace norrow::MenuModel {
@@ -40,9 +41,18 @@ void addSessions(std::vector<MenuItem>& menu, const MenuState& state,
         return;
     }
     menu.push_back(label("Claude Code sessions"));
-    for (const auto& session : state.sessions) {
-        MenuItem item = label(session.name + "  \u00b7  " +
-                              relativeTime.describe(session.lastActivity, state.now));
+    std::vector<const MenuState::Session*> order;
+    for (const auto& session : state.sessions)
+        order.push_back(&session);
+    std::ranges::stable_partition(
+        order, [](const MenuState::Session* session) { return session->waitingSince.has_value(); });
+    for (const MenuState::Session* waiting : order) {
+        const auto& session = *waiting;
+        MenuItem item = label(
+            session.name + "  \u00b7  " +
+            (session.waitingSince
+                 ? "needs you  \u00b7  " + relativeTime.describe(*session.waitingSince, state.now)
+                 : relativeTime.describe(session.lastActivity, state.now)));
         item.represented = session.id;
         if (session.host) {
             item.enabled = true;

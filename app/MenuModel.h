@@ -57,10 +57,12 @@ struct MenuState {
         RelativeTime::Date lastActivity;
         // The localised name of the running application hosting it, when there is one.
         std::optional<std::string> host;
+        // Since when it waits on the user's answer, when it does.
+        std::optional<RelativeTime::Date> waitingSince;
     };
 
     bool listening = false;
-    // Newest activity first.
+    // Newest activity first; the menu lists those waiting on the user before the others.
     std::vector<Session> sessions;
     bool installed = false;
     // The stored sound style, unchecked everywhere when it is none of the known ones.

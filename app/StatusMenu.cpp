@@ -4,6 +4,7 @@
 #include <QActionGroup>
 #include <QCursor>
 #include <QGuiApplication>
+#include <QPainter>
 #include <QScreen>
 
 namespace norrow {
@@ -27,13 +28,31 @@ StatusMenu::~StatusMenu() {
     tray_.setContextMenu(nullptr);
 }
 
-QIcon StatusMenu::icon() {
+QIcon StatusMenu::icon(bool badge) {
     QIcon image;
-    for (const int size : {16, 22, 24, 32, 48, 64})
-        image.addFile(QStringLiteral(":/icons/NorrowMenu-%1.png").arg(size), QSize(size, size));
-    // On macOS a mask image follows the menu bar's light or dark appearance.
-    image.setIsMask(true);
+    for (const int size : {16, 22, 24, 32, 48, 64}) {
+        QPixmap pixmap(QStringLiteral(":/icons/NorrowMenu-%1.png").arg(size));
+        if (badge) {
+            // A dot in the top-right corner, a third of the icon across.
+            QPainter painter(&pixmap);
+            painter.setRenderHint(QPainter::Antialiasing);
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(QColor(0xE5, 0x48, 0x4D));
+            const qreal dot = size / 3.0;
+            painter.drawEllipse(QRectF(size - dot - size / 16.0, size / 16.0, dot, dot));
+        }
+        image.addPixmap(pixmap);
+    }
+    // On macOS a mask image follows the menu bar's light or dark appearance; the badge keeps
+    // its colour.
+    image.setIsMask(!badge);
     return image;
+}
+
+void StatusMenu::setBadge(bool on) {
+    if (on == badge_) return;
+    badge_ = on;
+    tray_.setIcon(icon(on));
 }
 
 void StatusMenu::show(const std::vector<MenuItem>& items) {

@@ -21,14 +21,17 @@ public:
     ~StatusMenu() override;
 
     void show(const std::vector<MenuItem>& items);
+    // Marks the status item while any session waits on the user.
+    void setBadge(bool on);
+    bool badge() const { return badge_; }
     // Opens the menu by the status item, as a click on it would.
     void popUp();
 
     QMenu& menu() { return menu_; }
     QSystemTrayIcon& trayIcon() { return tray_; }
 
-    // The status item's monochrome image.
-    static QIcon icon();
+    // The status item's monochrome image, or with a badge a coloured one with a dot.
+    static QIcon icon(bool badge = false);
 
 private:
     void fill(QMenu& menu, const std::vector<MenuItem>& items);
@@ -36,6 +39,7 @@ private:
     std::function<void(const MenuItem&)> onChoose_;
     QMenu menu_;
     QSystemTrayIcon tray_;
+    bool badge_ = false;
 };
 
 } // namespace norrow

@@ -1,10 +1,10 @@
 #include "app/platform/QuitOnSignals.h"
-#include "app/shared/EventHandler.h"
 #include "app/shared/ListenerHost.h"
 #include "app/shared/SecretStore.h"
 #include "app/shared/Settings.h"
 #include "app/shared/SuppressionRules.h"
 #include "cli/Cli.h"
+#include "core/EventHandler.h"
 #include "core/SessionNames.h"
 
 #include <QCoreApplication>
@@ -32,13 +32,18 @@ std::string alertLine(const EventHandler::Alert& alert, const std::string& name)
     return line;
 }
 
+// A waiting alert taken back: the user answered, or the session moved on.
+std::string withdrawalLine(const std::string& name) {
+    return "\u21A9 Withdrawn" + (name.empty() ? std::string() : " \u00b7 " + name);
+}
+
 // The shared listener host without any window: events go through the app's alert rules
 // with the frontmost application unknown, and each alert becomes one printed line.
 class Server {
 public:
     Server(const ServeOptions& options, Settings& settings)
         : options_(options), host_(settings, keychain_, options.claudeFolder), rules_(settings),
-          handler_(host_.turns(), names_, rules_) {}
+          handler_(host_.turns(), names_) {}
 
     int run() {
         host_.setOnEvent([this](const HookEvent& event) { handle(event); });
@@ -77,9 +82,12 @@ private:
 
     void handle(const HookEvent& event) {
         if (options_.json) printJson(event.encode());
-        const auto outcome = handler_.handle(event, std::nullopt, std::chrono::system_clock::now());
-        if (options_.json || !outcome.alert) return;
-        std::cout << alertLine(*outcome.alert, sessionName(event)) << '\n' << std::flush;
+        const auto outcome = handler_.handle(event, std::nullopt, std::chrono::system_clock::now(),
+                                             rules_.current());
+        if (options_.json) return;
+        if (outcome.withdrawn) std::cout << withdrawalLine(sessionName(event)) << '\n';
+        if (outcome.alert) std::cout << alertLine(*outcome.alert, sessionName(event)) << '\n';
+        std::cout << std::flush;
     }
 
     std::string sessionName(const HookEvent& event) {

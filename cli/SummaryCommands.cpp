@@ -1,9 +1,9 @@
-#include "app/shared/SummaryBridge.h"
 #include "cli/Cli.h"
 #include "core/HookEvent.h"
 #include "core/MarkdownStripper.h"
 #include "core/SentenceSplitter.h"
 #include "core/Summarizer.h"
+#include "core/SummaryBridge.h"
 #include "core/SummaryLint.h"
 #include "core/Unicode.h"
 

@@ -4,6 +4,7 @@
 #include "core/StrictJson.h"
 #include "core/Unicode.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -12,21 +13,29 @@ namespace {
 
 using json = nlohmann::json;
 
-constexpr std::array<std::pair<HookEvent::Name, std::string_view>, 6> kNames{{
+constexpr std::array<std::pair<HookEvent::Name, std::string_view>, 13> kNames{{
     {HookEvent::Name::userPromptSubmit, "UserPromptSubmit"},
     {HookEvent::Name::stop, "Stop"},
     {HookEvent::Name::notification, "Notification"},
     {HookEvent::Name::sessionEnd, "SessionEnd"},
     {HookEvent::Name::subagentStop, "SubagentStop"},
     {HookEvent::Name::stopFailure, "StopFailure"},
+    {HookEvent::Name::sessionStart, "SessionStart"},
+    {HookEvent::Name::permissionRequest, "PermissionRequest"},
+    {HookEvent::Name::postToolUse, "PostToolUse"},
+    {HookEvent::Name::postToolUseFailure, "PostToolUseFailure"},
+    {HookEvent::Name::permissionDenied, "PermissionDenied"},
+    {HookEvent::Name::elicitation, "Elicitation"},
+    {HookEvent::Name::elicitationResult, "ElicitationResult"},
 }};
 
-constexpr std::array<std::pair<HookEvent::NotificationType, std::string_view>, 5> kTypes{{
+constexpr std::array<std::pair<HookEvent::NotificationType, std::string_view>, 6> kTypes{{
     {HookEvent::NotificationType::permissionPrompt, "permission_prompt"},
     {HookEvent::NotificationType::idlePrompt, "idle_prompt"},
     {HookEvent::NotificationType::agentNeedsInput, "agent_needs_input"},
     {HookEvent::NotificationType::agentCompleted, "agent_completed"},
     {HookEvent::NotificationType::authSuccess, "auth_success"},
+    {HookEvent::NotificationType::elicitationDialog, "elicitation_dialog"},
 }};
 
 template <typename Enum, std::size_t N>
@@ -53,6 +62,12 @@ std::optional<std::string> text(const json& object, const char* key) {
     const json* value = member(object, key);
     if (value == nullptr || !value->is_string()) return std::nullopt;
     return value->get<std::string>();
+}
+
+std::optional<json> structured(const json& object, const char* key, json::value_t type) {
+    const json* value = member(object, key);
+    if (value == nullptr || value->type() != type) return std::nullopt;
+    return *value;
 }
 
 std::optional<bool> boolean(const json& object, const char* key) {
@@ -141,6 +156,11 @@ std::optional<HookEvent> HookEvent::fromJson(const json& object) {
     event.termBundleId = text(object, "term_bundle_id");
     event.termAppPath = text(object, "term_app_path");
     event.stats = decodeStats(object);
+    event.toolName = text(object, "tool_name");
+    event.toolInput = structured(object, "tool_input", json::value_t::object);
+    event.agentId = text(object, "agent_id");
+    event.sessionTitle = text(object, "session_title");
+    event.backgroundTasks = structured(object, "background_tasks", json::value_t::array);
     return event;
 }
 
@@ -183,6 +203,11 @@ nlohmann::ordered_json HookEvent::encode() const {
         putStat("costUSD", stats->costUSD);
         out["stats"] = std::move(s);
     }
+    put("tool_name", toolName);
+    put("tool_input", toolInput);
+    put("agent_id", agentId);
+    put("session_title", sessionTitle);
+    put("background_tasks", backgroundTasks);
     return out;
 }
 
@@ -206,6 +231,19 @@ std::string HookEvent::agentLabel() const {
 bool HookEvent::isIntegratedTerminal() const {
     if (termProgram && unicode::lowercased(*termProgram) == "vscode") return true;
     return termBundleId && editors::hasIntegratedTerminal(*termBundleId);
+}
+
+bool HookEvent::leavesTasksRunning() const {
+    if (!backgroundTasks) return false;
+    return std::ranges::any_of(*backgroundTasks, [](const json& task) {
+        const auto status = task.is_object() ? task.find("status") : task.end();
+        return status != task.end() && (*status == "running" || *status == "pending");
+    });
+}
+
+bool HookEvent::continuesBackgroundWork() const {
+    return hookEventName == Name::userPromptSubmit && prompt &&
+           prompt->starts_with("<task-notification>");
 }
 
 } // namespace norrow

@@ -11,14 +11,31 @@ namespace norrow {
 // One hook notification from Claude Code, as the bridge forwards it.
 // Only the hook name is required; every other field is optional.
 struct HookEvent {
-    // `stopFailure` ends a turn that an API error cut short, in place of `stop`.
-    enum class Name { userPromptSubmit, stop, notification, sessionEnd, subagentStop, stopFailure };
+    // `stopFailure` ends a turn that an API error cut short, in place of `stop`. The client
+    // asks the user through `permissionRequest` (a tool, a question, a plan) and
+    // `elicitation` (an MCP server); the events after them tell that the user answered.
+    enum class Name {
+        userPromptSubmit,
+        stop,
+        notification,
+        sessionEnd,
+        subagentStop,
+        stopFailure,
+        sessionStart,
+        permissionRequest,
+        postToolUse,
+        postToolUseFailure,
+        permissionDenied,
+        elicitation,
+        elicitationResult,
+    };
     enum class NotificationType {
         permissionPrompt,
         idlePrompt,
         agentNeedsInput,
         agentCompleted,
-        authSuccess
+        authSuccess,
+        elicitationDialog,
     };
 
     struct Stats {
@@ -48,6 +65,15 @@ struct HookEvent {
     std::optional<std::string> termBundleId;
     std::optional<std::string> termAppPath;
     std::optional<Stats> stats;
+    // The tool a permission request or a tool's outcome is about, and its input.
+    std::optional<std::string> toolName;
+    std::optional<nlohmann::json> toolInput;
+    // The sub-agent an event comes from, when not from the session's own agent.
+    std::optional<std::string> agentId;
+    // The session's name, once the user has given it one.
+    std::optional<std::string> sessionTitle;
+    // What the turn left running when it stopped; a turn is over only once they end.
+    std::optional<nlohmann::json> backgroundTasks;
 
     explicit HookEvent(Name name) : hookEventName(name) {}
     bool operator==(const HookEvent&) const = default;
@@ -67,6 +93,11 @@ struct HookEvent {
     std::string agentLabel() const;
     // Whether the session runs in an editor's built-in terminal.
     bool isIntegratedTerminal() const;
+    // Whether the turn stopped with background tasks still running.
+    bool leavesTasksRunning() const;
+    // Whether this prompt is the client's own, telling the agent that background work it
+    // left running has ended: the turn that left it goes on.
+    bool continuesBackgroundWork() const;
 
     static std::string_view rawValue(Name name);
     static std::string_view rawValue(NotificationType type);

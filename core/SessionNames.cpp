@@ -63,6 +63,8 @@ void SessionNames::remember(const HookEvent& event) {
     if (!event.sessionId) return;
     if (auto name = event.projectName())
         cache_.insert_or_assign(*event.sessionId, std::move(*name));
+    if (event.sessionTitle && !event.sessionTitle->empty())
+        titles_.insert_or_assign(*event.sessionId, *event.sessionTitle);
 }
 
 std::optional<std::string> SessionNames::projectName(const std::string& id,
@@ -78,6 +80,7 @@ std::optional<std::string> SessionNames::projectName(const std::string& id,
 
 std::string SessionNames::displayName(const std::string& id,
                                       const std::filesystem::path& projectsFolder) {
+    if (const auto title = titles_.find(id); title != titles_.end()) return title->second;
     if (auto name = projectName(id, projectsFolder)) return std::move(*name);
     const Graphemes characters(id);
     return std::string(characters.slice(0, std::min(fallbackLength, characters.size())));

@@ -22,14 +22,14 @@ public:
     // How many characters of the identifier stand in for a session without a name.
     static constexpr std::size_t fallbackLength = 8;
 
-    // Records the event's project name for its session.
+    // Records the event's project name for its session, and the title the user gave it.
     void remember(const HookEvent& event);
     // The session's project name: learned earlier, or from its transcript under
     // `projectsFolder`. A name found in a transcript is kept for the object's lifetime.
     std::optional<std::string> projectName(const std::string& id,
                                            const std::filesystem::path& projectsFolder);
-    // What a list of sessions shows: the project name, else the identifier's first
-    // characters.
+    // What a list of sessions shows: the session's title, else its project name, else the
+    // identifier's first characters.
     std::string displayName(const std::string& id, const std::filesystem::path& projectsFolder);
 
     // The working folder recorded in the session's transcript, the first transcript named
@@ -44,6 +44,7 @@ public:
 
 private:
     std::unordered_map<std::string, std::string> cache_;
+    std::unordered_map<std::string, std::string> titles_;
 };
 
 } // namespace norrow

@@ -35,6 +35,17 @@ SessionStore::peek(const std::optional<std::string>& promptId) const {
     return found->second;
 }
 
+bool SessionStore::restart(const std::optional<std::string>& promptId,
+                           std::optional<std::string> frontmost, TimePoint now) {
+    if (!promptId) return false;
+    const std::lock_guard guard(lock_);
+    const auto found = open_.find(*promptId);
+    if (found == open_.end()) return false;
+    found->second.startedAt = now;
+    found->second.frontmostAtStart = std::move(frontmost);
+    return true;
+}
+
 std::size_t SessionStore::sweep(TimePoint now) {
     const std::lock_guard guard(lock_);
     return std::erase_if(open_, [&](const auto& entry) {

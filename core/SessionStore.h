@@ -48,6 +48,10 @@ public:
     // Closes the event's prompt and measures it; nothing when no such turn is open.
     std::optional<Finished> finish(const HookEvent& event, TimePoint now);
     std::optional<OpenTurn> peek(const std::optional<std::string>& promptId) const;
+    // Starts the prompt's clock over at `now`, with `frontmost` in front: the user just
+    // answered it, and their wait was not the agent's work. False when it is not open.
+    bool restart(const std::optional<std::string>& promptId, std::optional<std::string> frontmost,
+                 TimePoint now);
     // Forgets every turn at least `staleAfter` old; gives how many went.
     std::size_t sweep(TimePoint now);
 

@@ -26,22 +26,11 @@ void SuppressionRules::setOnlyIfAway(bool onlyIfAway) {
     settings_.set(SettingKey::onlyIfAway, onlyIfAway);
 }
 
-bool SuppressionRules::holdsBack(const HookEvent& event, SummaryKind kind,
-                                 std::optional<Seconds> duration,
-                                 const std::optional<std::string>& frontmostAtStart,
-                                 const std::optional<std::string>& frontmostNow) const {
-    if (const auto project = event.projectName();
-        project && mutedProjects().contains(QString::fromStdString(*project)))
-        return true;
-    // A failed turn waits on the user as much as a question does.
-    if (!enabled() || kind == SummaryKind::waiting ||
-        event.hookEventName == HookEvent::Name::stopFailure)
-        return false;
-    if (duration && minimumDuration() > *duration) return true;
-    if (onlyIfAway() && !event.isIntegratedTerminal() && frontmostAtStart && frontmostNow &&
-        *frontmostAtStart == *frontmostNow)
-        return true;
-    return false;
+AlertRules SuppressionRules::current() const {
+    AlertRules rules{enabled(), minimumDuration(), onlyIfAway(), {}};
+    for (const QString& project : mutedProjects())
+        rules.mutedProjects.push_back(project.toStdString());
+    return rules;
 }
 
 } // namespace norrow

@@ -1,12 +1,8 @@
 #pragma once
 
 #include "app/shared/Settings.h"
-#include "core/HookEvent.h"
+#include "core/AlertRules.h"
 #include "core/Seconds.h"
-#include "core/Summary.h"
-
-#include <optional>
-#include <string>
 
 namespace norrow {
 
@@ -25,13 +21,8 @@ public:
     void setMinimumDuration(Seconds duration);
     void setOnlyIfAway(bool onlyIfAway);
 
-    // Whether an alert of `kind` for `event` is held back: muted projects always; the
-    // minimum duration and the only-if-away rule only when enabled, and never for waiting
-    // alerts or failed turns. Unknown durations and unknown frontmost applications never
-    // hold an alert back.
-    bool holdsBack(const HookEvent& event, SummaryKind kind, std::optional<Seconds> duration,
-                   const std::optional<std::string>& frontmostAtStart,
-                   const std::optional<std::string>& frontmostNow) const;
+    // The rules as they stand now.
+    AlertRules current() const;
 
 private:
     Settings& settings_;

@@ -52,7 +52,7 @@ TEST(SummaryCommands, PrintOneCompactJsonLine) {
 
 TEST(SummaryCommands, RefuseUndecodableEventsAndBadArguments) {
     for (const std::string& input :
-         {std::string("not json"), std::string(R"({"hook_event_name":"PermissionRequest"})"),
+         {std::string("not json"), std::string(R"({"hook_event_name":"PreToolUse"})"),
           std::string("[]"), std::string(),
           std::string(R"({"hook_event_name":"Stop"})") + '\0' + "}"}) {
         const auto result = norrowctl({"summarize"}, input);

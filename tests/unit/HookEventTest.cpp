@@ -37,7 +37,8 @@ TEST(HookEventDecoding, OnlyTheHookNameCanMakeDecodingFail) {
 TEST(HookEventDecoding, MistypedOptionalFieldsBecomeAbsent) {
     const auto event = decoded(R"({"hook_event_name":"Notification","session_id":42,
         "stop_hook_active":"true","notification_type":"some_new_kind","cwd":null,
-        "message":"hi","prompt":["x"],"stats":{"tool_count":3}})");
+        "message":"hi","prompt":["x"],"stats":{"tool_count":3},"tool_input":"rm -rf /",
+        "background_tasks":{"id":1},"session_title":7})");
     ASSERT_TRUE(event);
     EXPECT_EQ(event->hookEventName, HookEvent::Name::notification);
     EXPECT_FALSE(event->sessionId);
@@ -45,6 +46,9 @@ TEST(HookEventDecoding, MistypedOptionalFieldsBecomeAbsent) {
     EXPECT_FALSE(event->notificationType);
     EXPECT_FALSE(event->cwd);
     EXPECT_FALSE(event->prompt);
+    EXPECT_FALSE(event->toolInput);
+    EXPECT_FALSE(event->backgroundTasks);
+    EXPECT_FALSE(event->sessionTitle);
     EXPECT_EQ(event->message, "hi");
     ASSERT_TRUE(event->stats);
     EXPECT_EQ(*event->stats, HookEvent::Stats{});
@@ -132,6 +136,13 @@ TEST(HookEventProperties, DerivedFromTheRecordedFields) {
         event.termProgram = program;
         event.termBundleId = bundle;
         EXPECT_EQ(event.isIntegratedTerminal(), integrated) << bundle.value_or("-");
+    }
+
+    for (const auto& [tasks, running] :
+         {std::pair{R"([])", false}, std::pair{R"([{"id":"b1","status":"completed"}, 3])", false},
+          std::pair{R"([{"id":"b0"},{"id":"b1","status":"running"}])", true}}) {
+        event.backgroundTasks = json::parse(tasks);
+        EXPECT_EQ(event.leavesTasksRunning(), running) << tasks;
     }
 }
 

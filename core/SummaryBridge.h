@@ -8,7 +8,7 @@
 #include <string>
 
 // The one place event handling gets banner text from: the core summary for finished turns,
-// and the agent's own words for notifications.
+// the agent's own words for notifications, and what it asks for requests.
 namespace norrow::SummaryBridge {
 
 struct Result {
