@@ -132,16 +132,25 @@ TEST_F(AppControllerTest, SetsUpClaudeCodeFollowsASessionThroughTheBridgeAndRemo
         R"("session_id":"5e551011-aaaa-4bbb-8ccc-000000000001","cwd":"/work/api")";
     bridge(R"({"hook_event_name":"UserPromptSubmit",)" + session + R"(,"prompt":"Fix the bug"})");
     ASSERT_TRUE(test::settle([&] { return app->host().turns().openCount() == 1; }));
-    app->refreshMenu();
-    // Named once the turn ends; until then by the identifier's first characters.
-    EXPECT_TRUE(titles(app->statusMenu().menu())[1].starts_with("5e551011  \u00b7  "))
+
+    // A dialog stands on screen, first in the menu and badged in the tray, until answered.
+    bridge(R"({"hook_event_name":"PermissionRequest",)" + session +
+           R"(,"tool_name":"Bash","tool_input":{"command":"npm test"}})");
+    ASSERT_TRUE(test::settle([&] { return alerts.size() == 1; }));
+    EXPECT_EQ(alerts[0].result.text, "Allow Bash: npm test");
+    ASSERT_EQ(app->banners().banners().size(), 1u);
+    EXPECT_TRUE(test::settle([&] { return app->statusMenu().badge(); }));
+    EXPECT_TRUE(titles(app->statusMenu().menu())[1].starts_with("api  \u00b7  needs you  \u00b7  "))
         << testing::PrintToString(titles(app->statusMenu().menu()));
+    bridge(R"({"hook_event_name":"PostToolUse",)" + session + R"(,"tool_name":"Bash"})");
+    EXPECT_TRUE(test::settle(
+        [&] { return app->banners().banners().empty() && !app->statusMenu().badge(); }));
 
     bridge(R"({"hook_event_name":"Stop",)" + session +
            R"(,"last_assistant_message":"Fixed the **bug**. Tests pass."})");
-    ASSERT_TRUE(test::settle([&] { return alerts.size() == 1; }));
+    ASSERT_TRUE(test::settle([&] { return alerts.size() == 2; }));
     EXPECT_EQ(app->host().turns().openCount(), 0u);
-    EXPECT_EQ(alerts[0].result.text, "Fixed the bug. Tests pass.");
+    EXPECT_EQ(alerts[1].result.text, "Fixed the bug. Tests pass.");
     EXPECT_EQ(app->events().lastBridgeVersion(), "dev");
     // The menu follows once the banner is up.
     EXPECT_TRUE(test::settle([&] {
