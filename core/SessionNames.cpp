@@ -1,35 +1,17 @@
 #include "core/SessionNames.h"
 
+#include "core/Files.h"
 #include "core/Graphemes.h"
 #include "core/StrictJson.h"
 #include "core/Unicode.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <fcntl.h>
 #include <iterator>
 #include <string_view>
 #include <system_error>
-#include <unistd.h>
 
 namespace norrow {
 namespace {
-
-// The first `limit` bytes of a file, or nothing when it cannot be opened or read.
-std::optional<std::string> readPrefix(const std::filesystem::path& file, std::size_t limit) {
-    // Non-blocking, so that a FIFO in the projects folder cannot stall the caller.
-    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return std::nullopt;
-    std::string bytes(limit, '\0');
-    ssize_t count;
-    do {
-        count = ::read(fd, bytes.data(), limit);
-    } while (count < 0 && errno == EINTR);
-    ::close(fd);
-    if (count < 0) return std::nullopt;
-    bytes.resize(static_cast<std::size_t>(count));
-    return bytes;
-}
 
 // A CR LF pair is one character and no line feed, so only a line feed on its own ends a line.
 std::size_t nextLineEnd(std::string_view text, std::size_t from) {
@@ -100,7 +82,7 @@ std::optional<std::string> SessionNames::findCWD(const std::string& id,
 }
 
 std::optional<std::string> SessionNames::firstCWD(const std::filesystem::path& transcript) {
-    const auto text = readPrefix(transcript, readLimit);
+    const auto text = files::readPart(transcript, readLimit);
     if (!text) return std::nullopt;
     std::size_t examined = 0;
     for (std::size_t start = 0; start < text->size() && examined < lineLimit;) {
