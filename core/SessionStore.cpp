@@ -10,6 +10,12 @@ bool SessionStore::begin(const HookEvent& event, std::optional<std::string> fron
     OpenTurn turn{*event.promptId,     event.sessionId, event.cwd, event.prompt, now,
                   std::move(frontmost)};
     const std::lock_guard guard(lock_);
+    // A session has one turn at a time: a new prompt supersedes one whose end never came
+    // (interrupted, or answered by nothing), so open turns are bounded by live sessions.
+    if (turn.sessionId)
+        std::erase_if(open_, [&](const auto& entry) {
+            return entry.second.sessionId == turn.sessionId && entry.first != turn.promptId;
+        });
     open_.insert_or_assign(turn.promptId, std::move(turn));
     return true;
 }

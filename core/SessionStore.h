@@ -43,7 +43,8 @@ public:
     SessionStore(const SessionStore&) = delete;
     SessionStore& operator=(const SessionStore&) = delete;
 
-    // Opens (or reopens) the event's prompt at `now`; false when the event has no prompt id.
+    // Opens (or reopens) the event's prompt at `now`, superseding any other open turn of its
+    // session; false when the event has no prompt id.
     bool begin(const HookEvent& event, std::optional<std::string> frontmost, TimePoint now);
     // Closes the event's prompt and measures it; nothing when no such turn is open.
     std::optional<Finished> finish(const HookEvent& event, TimePoint now);

@@ -41,6 +41,13 @@ TEST(SessionStore, ATurnLivesFromItsLatestPromptToItsStop) {
     EXPECT_FALSE(store.finish(prompt("p1"), t0 + 200s));
 
     store.begin(prompt("p2"), std::nullopt, t0);
+    // A session's new prompt supersedes its turn that never ended; others' stay.
+    store.begin(prompt("p3", "other"), std::nullopt, t0);
+    store.begin(prompt("p4", "other"), std::nullopt, t0);
+    EXPECT_FALSE(store.peek("p3"));
+    EXPECT_TRUE(store.restart("p4", "com.example.B", t0 + 5s));
+    EXPECT_FALSE(store.restart("p3", "com.example.B", t0 + 5s));
+    EXPECT_EQ(store.finish(prompt("p4", "other"), t0 + 6s)->turn.frontmostAtStart, "com.example.B");
     EXPECT_DOUBLE_EQ(store.finish(prompt("p2"), t0 - 2500ms)->duration.count(),
                      -2.5); // clock set back
     EXPECT_EQ(store.openCount(), 0u);
@@ -51,7 +58,8 @@ TEST(SessionStore, SweepDropsTurnsAtLeastStaleAfterOld) {
         {21600s, false}, {21600s - 1ms, true}, {30000s, false}, {0s, true}, {-5s, true}};
     SessionStore store;
     for (const auto& [age, kept] : ages)
-        store.begin(prompt(std::to_string(age.count())), std::nullopt, t0 - age);
+        store.begin(prompt(std::to_string(age.count()), std::to_string(age.count())), std::nullopt,
+                    t0 - age);
     EXPECT_EQ(store.sweep(t0), 2u);
     for (const auto& [age, kept] : ages)
         EXPECT_EQ(store.peek(std::to_string(age.count())).has_value(), kept);
@@ -64,7 +72,7 @@ TEST(SessionStore, ConcurrentUseNeitherLosesNorDuplicatesTurns) {
     SessionStore store(60s);
     std::vector<HookEvent> events;
     for (int i = 0; i < total; ++i)
-        events.push_back(prompt("p" + std::to_string(i)));
+        events.push_back(prompt("p" + std::to_string(i), "s" + std::to_string(i)));
     std::vector<std::atomic<int>> endings(total);
     std::atomic<std::size_t> swept = 0;
     std::atomic<bool> go = false;
