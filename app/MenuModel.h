@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/HookInstaller.h"
 #include "core/RelativeTime.h"
 
 #include <optional>
@@ -62,7 +63,7 @@ struct MenuState {
     bool listening = false;
     // Newest activity first.
     std::vector<Session> sessions;
-    bool installed = false;
+    HookInstaller::Status hooks = HookInstaller::Status::notInstalled;
     // The stored sound style, unchecked everywhere when it is none of the known ones.
     std::string soundStyle;
     bool rulesEnabled = true;
