@@ -100,7 +100,7 @@ MenuState AppController::menuState() {
             session.waitingSince = waits->second.since;
         state.sessions.push_back(std::move(session));
     }
-    state.installed = setup_.isInstalled();
+    state.hooks = setup_.status();
     // The stored text as it is: one that names no style checks none of them.
     state.soundStyle = settings_.string(SettingKey::soundStyle).value_or(QString()).toStdString();
     state.rulesEnabled = rules_.enabled();

@@ -63,15 +63,21 @@ void addSessions(std::vector<MenuItem>& menu, const MenuState& state,
     }
 }
 
-void addSetup(std::vector<MenuItem>& menu, bool installed) {
-    if (installed) {
-        menu.push_back(label("\u2713  Claude Code is set up"));
-        menu.push_back(command("Remove Norrow from Claude Code\u2026", MenuAction::runUninstall));
-    } else {
+void addSetup(std::vector<MenuItem>& menu, HookInstaller::Status hooks) {
+    switch (hooks) {
+    case HookInstaller::Status::notInstalled:
         menu.push_back(command("Set up Claude Code\u2026", MenuAction::runInstall));
         menu.push_back(
             command("Copy setup instructions instead", MenuAction::copyManualInstructions));
+        return;
+    case HookInstaller::Status::current:
+        menu.push_back(label("\u2713  Claude Code is set up"));
+        break;
+    case HookInstaller::Status::outOfDate:
+        menu.push_back(command("Update Claude Code hooks\u2026", MenuAction::runInstall));
+        break;
     }
+    menu.push_back(command("Remove Norrow from Claude Code\u2026", MenuAction::runUninstall));
 }
 
 MenuItem soundMenu(const std::string& current) {
@@ -147,7 +153,7 @@ std::vector<MenuItem> build(const MenuState& state, const RelativeTime& relative
     if (!menu.empty()) menu.push_back(separator());
     addSessions(menu, state, relativeTime);
     menu.push_back(separator());
-    addSetup(menu, state.installed);
+    addSetup(menu, state.hooks);
     menu.push_back(separator());
     menu.push_back(soundMenu(state.soundStyle));
     menu.push_back(rulesMenu(state));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/HookInstaller.h"
 #include "core/RelativeTime.h"
 
 #include <optional>
@@ -64,7 +65,7 @@ struct MenuState {
     bool listening = false;
     // Newest activity first; the menu lists those waiting on the user before the others.
     std::vector<Session> sessions;
-    bool installed = false;
+    HookInstaller::Status hooks = HookInstaller::Status::notInstalled;
     // The stored sound style, unchecked everywhere when it is none of the known ones.
     std::string soundStyle;
     bool rulesEnabled = true;

@@ -34,7 +34,7 @@ void addJsonCommands(CLI::App& app, int& status) {
     find->add_option("KEY", *key)->required();
     find->callback([key, &status] {
         status = refusing([&] {
-            const auto member = JSONSplice::find(*key, readInput());
+            const auto member = JSONSplice::find({*key}, readInput());
             if (!member) {
                 printJson(ordered_json(nullptr));
                 return success;
@@ -52,7 +52,7 @@ void addJsonCommands(CLI::App& app, int& status) {
         ->type_name("STR");
     set->callback([key, value, indent, &status] {
         status = refusing([&] {
-            std::cout << JSONSplice::set(*key, *value, readInput(), *indent) << std::flush;
+            std::cout << JSONSplice::set({*key}, *value, readInput(), *indent) << std::flush;
             return success;
         });
     });
@@ -61,7 +61,7 @@ void addJsonCommands(CLI::App& app, int& status) {
     remove->add_option("KEY", *key)->required();
     remove->callback([key, &status] {
         status = refusing([&] {
-            std::cout << JSONSplice::remove(*key, readInput()) << std::flush;
+            std::cout << JSONSplice::remove({*key}, readInput()) << std::flush;
             return success;
         });
     });
@@ -84,6 +84,18 @@ std::optional<BridgeConfig> connection(const std::filesystem::path& folder, Sett
     const auto port = credentials.preferredPort();
     if (!port) return std::nullopt;
     return BridgeConfig{*port, credentials.token()};
+}
+
+const char* stateName(HookInstaller::Status status) {
+    switch (status) {
+    case HookInstaller::Status::notInstalled:
+        return "notInstalled";
+    case HookInstaller::Status::current:
+        return "current";
+    case HookInstaller::Status::outOfDate:
+        break;
+    }
+    return "outOfDate";
 }
 
 // Prints an alert's texts as the app shows them: to stdout when all went well, else to
@@ -126,13 +138,19 @@ void addSetupCommands(CLI::App& hooks, int& status) {
                 const auto outcome = coordinator.uninstall();
                 return showOutcome(SetupAlert::afterRemoval(outcome), outcome);
             });
-    command("status", "Whether the hooks are installed",
+    command("status", "Whether the hooks are installed and current",
             [](Settings&, SetupCoordinator& coordinator) {
                 const auto folder = coordinator.claudeFolder();
                 const auto problem = ClaudeFolder::problem(folder);
+                const auto state = coordinator.status();
                 printJson(ordered_json{{"claudeFolder", folder.string()},
-                                       {"installed", coordinator.isInstalled()},
+                                       {"installed", state != HookInstaller::Status::notInstalled},
+                                       {"state", stateName(state)},
                                        {"problem", orNull(problem)}});
+                if (state == HookInstaller::Status::outOfDate)
+                    std::cerr << "Norrow's hooks in " << coordinator.settingsPath().string()
+                              << " are out of date; run 'norrowctl hooks install' to update them."
+                              << std::endl;
                 return success;
             });
     command("instructions", "Print the set-up steps for doing by hand",

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <set>
 #include <vector>
 
 namespace norrow::HookInstaller {
@@ -22,17 +23,30 @@ constexpr int maximumDepth = 512;
 
 struct TooDeep {};
 
+// The keys that the splice could edit to no effect: it edits the first of a name and Claude
+// Code reads the last.
+struct RepeatedKeys {
+    int hooksMembers = 0;
+    std::optional<std::string> event;
+};
+
 // Strict parsing, the last of duplicate keys winning; none when the text is not JSON.
-// `hooksMembers`, when given, counts the top-level members named "hooks".
-std::optional<json> parseJson(std::string_view text, int* hooksMembers = nullptr) {
-    json value =
-        StrictJson::parse(text, [hooksMembers](int depth, json::parse_event_t event, json& parsed) {
-            if (depth > maximumDepth) throw TooDeep{};
-            if (hooksMembers != nullptr && event == json::parse_event_t::key && depth == 1 &&
-                parsed == "hooks")
-                ++*hooksMembers;
-            return true;
-        });
+// `repeated`, when given, learns of repeated "hooks" members and events within them.
+std::optional<json> parseJson(std::string_view text, RepeatedKeys* repeated = nullptr) {
+    std::string topKey;
+    std::set<std::string> events;
+    json value = StrictJson::parse(text, [&](int depth, json::parse_event_t event, json& parsed) {
+        if (depth > maximumDepth) throw TooDeep{};
+        if (repeated == nullptr || event != json::parse_event_t::key) return true;
+        if (depth == 1) {
+            topKey = parsed.get<std::string>();
+            if (topKey == "hooks") ++repeated->hooksMembers;
+        } else if (depth == 2 && topKey == "hooks") {
+            std::string name = parsed.get<std::string>();
+            if (!events.insert(name).second) repeated->event = std::move(name);
+        }
+        return true;
+    });
     if (value.is_discarded()) return std::nullopt;
     return value;
 }
@@ -43,14 +57,13 @@ std::optional<json> parseObject(std::string_view document) {
     return std::nullopt;
 }
 
-// The splice edits the first "hooks" member and Claude Code reads the last, so a document
-// with two is refused rather than edited to no effect.
 json parseDocument(std::string_view document, const std::string& failure) {
     rejectTrailingCommas(document);
-    int hooksMembers = 0;
-    auto value = parseJson(document, &hooksMembers);
+    RepeatedKeys repeated;
+    auto value = parseJson(document, &repeated);
     if (!value || !value->is_object()) throw InstallError::notJSON(failure);
-    if (hooksMembers > 1) throw InstallError::duplicateHooks();
+    if (repeated.hooksMembers > 1) throw InstallError::duplicateHooks();
+    if (repeated.event) throw InstallError::duplicateEvent(*repeated.event);
     return std::move(*value);
 }
 
@@ -144,13 +157,12 @@ void write(std::string& out, const json& value, std::optional<std::string_view> 
     }
 }
 
-// The groups stored under `event`; none unless they form an array of objects.
-json groupsOf(const json& hooks, std::string_view event) {
-    const auto it = hooks.find(event);
-    if (it == hooks.end() || !it->is_array()) return json::array();
+// The groups stored under an event; none unless they form an array of objects.
+const json* groupList(const json& groups) {
     const bool allObjects =
-        std::all_of(it->begin(), it->end(), [](const json& g) { return g.is_object(); });
-    return allObjects ? *it : json::array();
+        groups.is_array() &&
+        std::all_of(groups.begin(), groups.end(), [](const json& g) { return g.is_object(); });
+    return allObjects ? &groups : nullptr;
 }
 
 // Ours is a command that is nothing but the path of a bridge script, quoted or not; a longer
@@ -177,41 +189,121 @@ bool isOwnEntry(const json& entry) {
            isOwnCommand(command->get_ref<const std::string&>());
 }
 
-struct Filtered {
-    json groups = json::array();
-    int foreign = 0;
-    bool removedOwn = false;
+json ownGroup(const EventHook& hook, std::string_view bridgePath) {
+    json entry = {{"type", "command"}, {"command", bridgePath}, {"timeout", timeout.count()}};
+    return {{"matcher", hook.matcher}, {"hooks", json::array({entry})}};
+}
+
+const EventHook* eventHook(std::string_view event) {
+    const auto it = std::find_if(eventHooks.begin(), eventHooks.end(),
+                                 [event](const EventHook& hook) { return hook.event == event; });
+    return it != eventHooks.end() ? &*it : nullptr;
+}
+
+// One event's groups as they stand with regard to our entries.
+struct EventGroups {
+    // The groups without our entries: a group left empty by that is dropped, one that was
+    // already empty stays as its owner wrote it.
+    json others = json::array();
+    // The places of the groups that held nothing but our entries.
+    std::vector<std::size_t> ownGroups;
+    // Some group holds our entries beside another tool's.
+    bool shared = false;
+    int ownEntries = 0;
+    int foreignEntries = 0;
+    // Exactly the `wanted` group's entry and matcher are there, or, with nothing wanted,
+    // nothing of ours.
+    bool current = false;
 };
 
-// The groups without our entries; a group left empty by that is dropped, one that was
-// already empty stays as its owner wrote it.
-Filtered withoutOwnEntries(const json& groups) {
-    Filtered result;
-    for (json group : groups) {
+// A group without a matcher runs for every tool, as one with "" does.
+json matcherOf(const json& group) {
+    const auto matcher = group.find("matcher");
+    return matcher != group.end() ? *matcher : json("");
+}
+
+EventGroups sortGroups(const json& groups, const json* wanted) {
+    EventGroups result;
+    const std::string wantedEntry = wanted ? canonical((*wanted)["hooks"][0]) : std::string();
+    bool holdsWanted = false;
+    for (std::size_t i = 0; i < groups.size(); ++i) {
+        json group = groups[i];
         const auto entries = group.find("hooks");
         if (entries == group.end() || !entries->is_array()) {
-            result.groups.push_back(std::move(group));
+            result.others.push_back(std::move(group));
             continue;
         }
         json kept = json::array();
         for (const json& entry : *entries) {
-            if (isOwnEntry(entry)) continue;
-            kept.push_back(entry);
-            ++result.foreign;
+            if (!isOwnEntry(entry)) {
+                kept.push_back(entry);
+                ++result.foreignEntries;
+                continue;
+            }
+            ++result.ownEntries;
+            holdsWanted = holdsWanted || (wanted && matcherOf(group) == (*wanted)["matcher"] &&
+                                          canonical(entry) == wantedEntry);
         }
-        const bool removedHere = kept.size() != entries->size();
-        result.removedOwn = result.removedOwn || removedHere;
-        if (removedHere && kept.empty()) continue;
-        *entries = std::move(kept);
-        result.groups.push_back(std::move(group));
+        if (kept.size() == entries->size()) {
+            result.others.push_back(std::move(group));
+        } else if (kept.empty()) {
+            result.ownGroups.push_back(i);
+        } else {
+            result.shared = true;
+            *entries = std::move(kept);
+            result.others.push_back(std::move(group));
+        }
     }
+    result.current = wanted ? result.ownEntries == 1 && holdsWanted : result.ownEntries == 0;
     return result;
 }
 
-json ownGroup(std::string_view bridgePath) {
-    json entry = {{"type", "command"}, {"command", bridgePath}, {"timeout", timeout.count()}};
-    return {{"matcher", ""}, {"hooks", json::array({entry})}};
-}
+// Edits of the event arrays inside "hooks", each one spliced into the document on its own.
+class HooksText {
+public:
+    explicit HooksText(std::string_view document) : text_(document) {}
+
+    const std::string& text() const { return text_; }
+    bool changed() const { return changed_; }
+
+    // Replaces the event's array with `groups`, or adds the event after the others.
+    void write(std::string_view event, const json& groups) {
+        edit(JSONSplice::set({"hooks", event}, render(groups, indentUnit, 2), text_, indentUnit));
+    }
+    void append(std::string_view event, std::size_t place, const json& group) {
+        edit(JSONSplice::set({"hooks", event, place}, render(group, indentUnit, 3), text_,
+                             indentUnit));
+    }
+
+    // Takes our entries out of the event. Other tools' groups keep their bytes unless one of
+    // them held an entry of ours, which rewrites the array.
+    void takeOutOwn(std::string_view event, const EventGroups& groups) {
+        if (groups.shared) {
+            write(event, groups.others);
+            return;
+        }
+        for (auto place = groups.ownGroups.rbegin(); place != groups.ownGroups.rend(); ++place)
+            remove({"hooks", event, *place});
+    }
+
+    // The same, taking the event too when nothing else is left in it.
+    void removeOwn(std::string_view event, const EventGroups& groups) {
+        if (groups.others.empty())
+            remove({"hooks", event});
+        else
+            takeOutOwn(event, groups);
+    }
+
+private:
+    void remove(const JSONSplice::Path& path) { edit(JSONSplice::remove(path, text_)); }
+    void edit(std::string text) {
+        text_ = std::move(text);
+        changed_ = true;
+    }
+
+    std::string text_;
+    bool changed_ = false;
+};
 
 } // namespace
 
@@ -237,27 +329,43 @@ InstallError InstallError::duplicateHooks() {
             "the last, so it will not be modified. Merge them into one, then try again."};
 }
 
+InstallError InstallError::duplicateEvent(const std::string& event) {
+    return {Case::duplicateEvent,
+            "settings.json lists the hook event " + event +
+                " more than once and Claude Code reads only the last, so it will not be "
+                "modified. Merge them into one, then try again."};
+}
+
 Plan planInstall(std::string_view document, std::string_view bridgePath) {
     const json root = parseDocument(document, "top level is not a JSON object");
     const auto existing = root.find("hooks");
-    json hooks = existing != root.end() && existing->is_object() ? *existing : json::object();
+    const bool hasHooks = existing != root.end() && existing->is_object();
+    HooksText text(hasHooks ? document : JSONSplice::set({"hooks"}, "{}", document, indentUnit));
+    const json hooks = hasHooks ? *existing : json::object();
     Plan plan;
-    for (const auto event : events) {
-        Filtered filtered = withoutOwnEntries(groupsOf(hooks, event));
-        plan.foreignHookCount += filtered.foreign;
-        filtered.groups.push_back(ownGroup(bridgePath));
-        hooks[event] = std::move(filtered.groups);
-    }
-    const std::string rendered = render(hooks, indentUnit, 1);
-    if (const auto member = JSONSplice::find("hooks", document)) {
-        const Graphemes characters(document);
-        const auto current = characters.slice(member->valueRange.start, member->valueRange.end);
-        if (semanticallyEqual(current, rendered)) {
-            plan.alreadyCorrect = true;
-            return plan;
+    for (const EventHook& hook : eventHooks) {
+        const json group = ownGroup(hook, bridgePath);
+        const auto it = hooks.find(hook.event);
+        const json* groups = it != hooks.end() ? groupList(*it) : nullptr;
+        const EventGroups sorted = groups != nullptr ? sortGroups(*groups, &group) : EventGroups{};
+        plan.foreignHookCount += sorted.foreignEntries;
+        if (sorted.current) continue;
+        if (sorted.others.empty()) {
+            text.write(hook.event, json::array({group}));
+            continue;
         }
+        text.takeOutOwn(hook.event, sorted);
+        text.append(hook.event, sorted.others.size(), group);
     }
-    plan.updatedDocument = JSONSplice::set("hooks", rendered, document, indentUnit);
+    // Events an earlier Norrow registered that it no longer needs.
+    for (const auto& [event, value] : hooks.items()) {
+        const json* groups = eventHook(event) == nullptr ? groupList(value) : nullptr;
+        if (groups == nullptr) continue;
+        const EventGroups sorted = sortGroups(*groups, nullptr);
+        if (!sorted.current) text.removeOwn(event, sorted);
+    }
+    plan.alreadyCorrect = hasHooks && !text.changed();
+    if (!plan.alreadyCorrect) plan.updatedDocument = text.text();
     return plan;
 }
 
@@ -269,26 +377,38 @@ Plan planRemoval(std::string_view document) {
         plan.alreadyCorrect = true;
         return plan;
     }
-    json hooks = *existing;
-    bool removedOwn = false;
-    for (const auto event : events) {
-        if (!hooks.contains(event)) continue;
-        Filtered filtered = withoutOwnEntries(groupsOf(hooks, event));
-        plan.foreignHookCount += filtered.foreign;
-        removedOwn = removedOwn || filtered.removedOwn;
-        if (filtered.groups.empty())
-            hooks.erase(std::string(event));
-        else
-            hooks[event] = std::move(filtered.groups);
+    HooksText text(document);
+    std::size_t emptied = 0;
+    for (const auto& [event, value] : existing->items()) {
+        const json* groups = groupList(value);
+        if (groups == nullptr) continue;
+        const EventGroups sorted = sortGroups(*groups, nullptr);
+        if (eventHook(event) != nullptr) plan.foreignHookCount += sorted.foreignEntries;
+        if (sorted.current) continue;
+        if (sorted.others.empty()) ++emptied;
+        text.removeOwn(event, sorted);
     }
-    if (!removedOwn) {
+    if (!text.changed()) {
         plan.alreadyCorrect = true;
         return plan;
     }
-    plan.updatedDocument = hooks.empty() ? JSONSplice::remove("hooks", document)
-                                         : JSONSplice::set("hooks", render(hooks, indentUnit, 1),
-                                                           document, indentUnit);
+    // A "hooks" left with no events goes as a whole.
+    plan.updatedDocument =
+        emptied == existing->size() ? JSONSplice::remove({"hooks"}, document) : text.text();
     return plan;
+}
+
+Status status(std::string_view document, std::string_view bridgePath) {
+    const json root = parseDocument(document, "top level is not a JSON object");
+    const auto hooks = root.find("hooks");
+    const bool holdsOwn =
+        hooks != root.end() && hooks->is_object() &&
+        std::any_of(hooks->begin(), hooks->end(), [](const json& value) {
+            const json* groups = groupList(value);
+            return groups != nullptr && sortGroups(*groups, nullptr).ownEntries > 0;
+        });
+    if (!holdsOwn) return Status::notInstalled;
+    return planInstall(document, bridgePath).alreadyCorrect ? Status::current : Status::outOfDate;
 }
 
 void verify(std::string_view before, std::string_view after) {
@@ -391,12 +511,6 @@ std::string canonical(const nlohmann::json& value) {
     std::string out;
     write(out, value, std::nullopt, 0);
     return out;
-}
-
-bool semanticallyEqual(std::string_view a, std::string_view b) {
-    const auto first = parseJson(a);
-    const auto second = parseJson(b);
-    return first && second && canonical(*first) == canonical(*second);
 }
 
 } // namespace norrow::HookInstaller

@@ -11,16 +11,44 @@
 
 // Computes the text change that registers the bridge script as a Claude Code hook in
 // "settings.json", or removes it again, and checks a written result. Text in, text out: it
-// touches nothing outside the top-level "hooks" member, keeps other tools' hooks, and
-// refuses any file Claude Code itself would not read.
+// rewrites only the event arrays inside the top-level "hooks" member that it changes, keeps
+// other tools' hooks byte for byte, and refuses any file Claude Code itself would not read.
 namespace norrow::HookInstaller {
 
-inline constexpr std::array<std::string_view, 5> events{"UserPromptSubmit", "Stop", "StopFailure",
-                                                        "Notification", "SessionEnd"};
+// An event the bridge runs on, and the tools it runs for there as Claude Code matches a tool's
+// name ("" for all of them).
+struct EventHook {
+    std::string_view event;
+    std::string_view matcher;
+};
+
+// After a tool has run, all Norrow learns is that a question the tool asked was answered, so
+// it hears only from tools that can ask.
+inline constexpr std::string_view askingTools = "Bash|Edit|Write|MultiEdit|NotebookEdit|WebFetch|"
+                                                "WebSearch|AskUserQuestion|ExitPlanMode|mcp__.*";
+
+// Where the bridge is registered, in the order new events are written.
+inline constexpr std::array<EventHook, 11> eventHooks{{
+    {"SessionStart", ""},
+    {"UserPromptSubmit", ""},
+    {"PermissionRequest", ""},
+    {"PostToolUse", askingTools},
+    {"PostToolUseFailure", askingTools},
+    {"PermissionDenied", ""},
+    {"Elicitation", ""},
+    {"Notification", ""},
+    {"Stop", ""},
+    {"StopFailure", ""},
+    {"SessionEnd", ""},
+}};
 // A hook whose command is a path ending in this is ours.
 inline constexpr std::string_view marker = "/norrow/bridge";
 // How long Claude Code lets the bridge run.
 inline constexpr std::chrono::seconds timeout{5};
+
+// Whether settings.json holds Norrow's hooks: none of them, exactly the wanted ones, or some
+// that an earlier Norrow wrote (other events, matchers or bridge path).
+enum class Status { notInstalled, current, outOfDate };
 
 struct Plan {
     // The whole new text, absent when nothing is to be written.
@@ -34,12 +62,13 @@ struct Plan {
 
 class InstallError : public std::runtime_error {
 public:
-    enum class Case { unreadable, notJSON, verificationFailed, duplicateHooks };
+    enum class Case { unreadable, notJSON, verificationFailed, duplicateHooks, duplicateEvent };
 
     static InstallError unreadable(const std::string& detail);
     static InstallError notJSON(const std::string& detail);
     static InstallError verificationFailed(const std::string& detail);
     static InstallError duplicateHooks();
+    static InstallError duplicateEvent(const std::string& event);
 
     Case kind() const { return kind_; }
 
@@ -48,9 +77,10 @@ private:
     Case kind_;
 };
 
-// Both throw InstallError, or JSONSplice::SpliceError from the splice.
+// All three throw InstallError, or JSONSplice::SpliceError from the splice.
 Plan planInstall(std::string_view document, std::string_view bridgePath);
 Plan planRemoval(std::string_view document);
+Status status(std::string_view document, std::string_view bridgePath);
 
 // Throws InstallError unless `after` is a valid edit of `before`: both readable objects
 // whose top-level members other than "hooks" are semantically unchanged.
@@ -67,8 +97,8 @@ std::string escape(std::string_view text);
 // "matcher", "hooks", "type", "command", "args", "timeout", "env" first, in that order,
 // then every other key in ascending order.
 bool keyOrder(std::string_view a, std::string_view b);
-// Compact, keys sorted: equal for texts that differ only in spacing and key order.
+// Compact, keys sorted: equal for values that differ only in spacing, key order and the form
+// of their numbers.
 std::string canonical(const nlohmann::json& value);
-bool semanticallyEqual(std::string_view a, std::string_view b);
 
 } // namespace norrow::HookInstaller

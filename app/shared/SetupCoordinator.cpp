@@ -89,11 +89,11 @@ SetupCoordinator::Outcome SetupCoordinator::uninstall() {
     }
 }
 
-bool SetupCoordinator::isInstalled() const {
+HookInstaller::Status SetupCoordinator::status() const {
     try {
-        return files_.read(settingsPath()).find(HookInstaller::marker) != std::string::npos;
+        return HookInstaller::status(files_.read(settingsPath()), bridgePath().string());
     } catch (const std::exception&) {
-        return false;
+        return HookInstaller::Status::notInstalled;
     }
 }
 

@@ -66,8 +66,9 @@ public:
 
     Outcome install(std::uint16_t port, const std::string& token);
     Outcome uninstall();
-    // Whether settings.json can be read and mentions the bridge.
-    bool isInstalled() const;
+    // Whether settings.json holds the hooks this version writes, older ones, or none (also when
+    // it cannot be read).
+    HookInstaller::Status status() const;
     // Set-up steps for doing by hand, with the port and token.
     std::string manualInstructions(std::uint16_t port, const std::string& token) const;
 

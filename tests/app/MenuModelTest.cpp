@@ -105,7 +105,7 @@ TEST(MenuModelTest, NotListeningComesFirstAndSetupStillOffersItsItems) {
 
 TEST(MenuModelTest, SessionsNewestFirstEnabledOnlyWithARunningHost) {
     MenuState state = listeningState();
-    state.installed = true;
+    state.hooks = HookInstaller::Status::current;
     state.sessions = {
         {"a1b2c3d4-0000", "api", state.now - 5min, "XTerm"},
         {"e5f6a7b8-1111", "e5f6a7b8", state.now - 2h - 10min, std::nullopt},
@@ -124,6 +124,16 @@ TEST(MenuModelTest, SessionsNewestFirstEnabledOnlyWithARunningHost) {
             "Remove Norrow from Claude Code\u2026 => runUninstall",
             "---",
         }));
+}
+
+TEST(MenuModelTest, HooksOfAnEarlierNorrowAreOfferedAnUpdate) {
+    MenuState state = listeningState();
+    state.hooks = HookInstaller::Status::outOfDate;
+    const auto menu = lines(state);
+    EXPECT_EQ(
+        std::vector<std::string>(menu.begin() + 2, menu.begin() + 5),
+        (std::vector<std::string>{"Update Claude Code hooks\u2026 => runInstall",
+                                  "Remove Norrow from Claude Code\u2026 => runUninstall", "---"}));
 }
 
 TEST(MenuModelTest, RulesOffDisableTheirChoicesButKeepTheirCheckMarks) {

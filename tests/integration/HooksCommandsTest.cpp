@@ -15,6 +15,10 @@ TEST(HooksCommands, AnswerOnTheirStreamsWithTheirStatuses) {
     const std::string claude = (top / "claude").string();
     std::filesystem::create_directories(claude);
     std::ofstream(claude + "/settings.json") << "{}";
+    const std::string old = (top / "old").string();
+    std::filesystem::create_directories(old);
+    std::ofstream(old + "/settings.json")
+        << *HookInstaller::planInstall("{}", "/old/norrow/bridge").updatedDocument;
     const std::string before = (top / "before.json").string(),
                       after = (top / "after.json").string();
     std::ofstream(before) << R"({"a": 1})";
@@ -45,7 +49,17 @@ TEST(HooksCommands, AnswerOnTheirStreamsWithTheirStatuses) {
          {0, "Nothing to remove\nNo Norrow hooks were found.\n", ""}},
         {{"hooks", "status", "--claude-folder", claude},
          "",
-         {0, "{\"claudeFolder\":\"" + claude + "\",\"installed\":false,\"problem\":null}\n", ""}},
+         {0,
+          "{\"claudeFolder\":\"" + claude +
+              "\",\"installed\":false,\"state\":\"notInstalled\",\"problem\":null}\n",
+          ""}},
+        {{"hooks", "status", "--claude-folder", old},
+         "",
+         {0,
+          "{\"claudeFolder\":\"" + old +
+              "\",\"installed\":true,\"state\":\"outOfDate\",\"problem\":null}\n",
+          "Norrow's hooks in " + old +
+              "/settings.json are out of date; run 'norrowctl hooks install' to update them.\n"}},
     };
     for (const auto& c : cases) {
         std::vector<std::string> argv{NORROWCTL};

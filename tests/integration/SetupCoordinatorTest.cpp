@@ -119,7 +119,7 @@ TEST_F(SetupCoordinatorTest, InstallsOnceThroughALinkAndRemovesEverything) {
     ASSERT_EQ(installed.kind, Outcome::Kind::installed) << installed.message;
     EXPECT_EQ(contents(*installed.backup), original);
     EXPECT_EQ(store.string("lastBackupPath"), QString::fromStdString(installed.backup->string()));
-    EXPECT_TRUE(setup.isInstalled());
+    EXPECT_EQ(setup.status(), HookInstaller::Status::current);
     EXPECT_TRUE(fs::is_symlink(settings));
     EXPECT_EQ(fs::status(linked).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     EXPECT_EQ(contents(claude / "norrow/bridge"), script);
@@ -131,6 +131,12 @@ TEST_F(SetupCoordinatorTest, InstallsOnceThroughALinkAndRemovesEverything) {
     EXPECT_EQ(contents(claude / "norrow/bridge"), script);
     EXPECT_EQ(BridgeConfig::read(BridgeConfig::location(claude)), (BridgeConfig{4712, "secret"}));
     EXPECT_EQ(backups(claude).size(), 1u);
+
+    // An earlier Norrow's hooks, here with another bridge path, are brought up to date.
+    put(settings, *HookInstaller::planInstall(original, "/old/norrow/bridge").updatedDocument);
+    EXPECT_EQ(setup.status(), HookInstaller::Status::outOfDate);
+    ASSERT_EQ(setup.install(4712, "secret").kind, Outcome::Kind::installed);
+    EXPECT_EQ(setup.status(), HookInstaller::Status::current);
 
     put(claude / "norrow/state/session.json", "{}");
     ASSERT_EQ(setup.uninstall().kind, Outcome::Kind::installed);

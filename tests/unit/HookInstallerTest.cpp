@@ -1,5 +1,6 @@
 #include "core/HookInstaller.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace norrow {
@@ -21,44 +22,87 @@ template <typename Operation> std::string failure(Operation operation) {
 }
 
 TEST(HookInstaller, InstallsIntoAnEmptyObjectInTheHandFormattedLayout) {
+    const std::string asking = "Bash|Edit|Write|MultiEdit|NotebookEdit|WebFetch|WebSearch|"
+                               "AskUserQuestion|ExitPlanMode|mcp__.*";
+    const std::pair<const char*, std::string> events[] = {{"SessionStart", ""},
+                                                          {"UserPromptSubmit", ""},
+                                                          {"PermissionRequest", ""},
+                                                          {"PostToolUse", asking},
+                                                          {"PostToolUseFailure", asking},
+                                                          {"PermissionDenied", ""},
+                                                          {"Elicitation", ""},
+                                                          {"Notification", ""},
+                                                          {"Stop", ""},
+                                                          {"StopFailure", ""},
+                                                          {"SessionEnd", ""}};
     std::string entries;
-    for (const char* event :
-         {"Notification", "SessionEnd", "Stop", "StopFailure", "UserPromptSubmit"})
+    for (const auto& [event, matcher] : events)
         entries += std::string(entries.empty() ? "" : ",\n") + "    \"" + event +
-                   "\": [\n      {\n        \"matcher\": \"\",\n        \"hooks\": [\n          {\n"
-                   "            \"type\": \"command\",\n            \"command\": \"" +
+                   "\": [\n      {\n        \"matcher\": \"" + matcher +
+                   "\",\n        \"hooks\": [\n          {\n            \"type\": \"command\",\n"
+                   "            \"command\": \"" +
                    bridge +
                    "\",\n            \"timeout\": 5\n          }\n        ]\n      }\n    ]";
     EXPECT_EQ(HookInstaller::planInstall("{}", bridge),
               (Plan{"{\n  \"hooks\": {\n" + entries + "\n  }\n}", false, 0}));
 }
 
-TEST(HookInstaller, ReplacesItsOwnOldEntriesAndRemovesThemAgain) {
-    const std::string document = R"({"model": "opus", "hooks": {
-        "Stop": [{"matcher": "", "hooks": [{"command": "say"}, {"command": "/old/norrow/bridge"}]}],
-        "Notification": [{"matcher": "", "hooks": [{"command": "/old/norrow/bridge"}]}]}})";
-    const json own = json::parse(R"([{"matcher": "", "hooks": [{"type": "command", "command": ")" +
-                                 std::string(bridge) + R"(", "timeout": 5}]}])");
-    const json foreign = json::parse(R"({"matcher": "", "hooks": [{"command": "say"}]})");
-    const auto plan = HookInstaller::planInstall(document, bridge);
-    ASSERT_TRUE(plan.updatedDocument);
-    const std::string& installed = *plan.updatedDocument;
-    EXPECT_EQ(json::parse(installed)["hooks"]["Stop"], json::array({foreign, own[0]}));
-    // The group that held only the old entry goes rather than staying empty.
-    EXPECT_EQ(json::parse(installed)["hooks"]["Notification"], own);
-
-    // Already current whatever the number form, but not for another bridge path.
-    EXPECT_EQ(HookInstaller::planInstall(installed, bridge), (Plan{std::nullopt, true, 1}));
-    json reformatted = json::parse(installed);
-    reformatted["hooks"]["Notification"][0]["hooks"][0]["timeout"] = 5.0;
-    EXPECT_TRUE(HookInstaller::planInstall(reformatted.dump(), bridge).alreadyCorrect);
-    EXPECT_FALSE(
-        HookInstaller::planInstall(reformatted.dump(), "/else/norrow/bridge").alreadyCorrect);
-
-    EXPECT_EQ(json::parse(HookInstaller::planRemoval(installed).updatedDocument.value())["hooks"],
-              json({{"Stop", json::array({foreign})}}));
-    EXPECT_EQ(HookInstaller::planRemoval(R"({"hooks": {"Stop": [{"hooks": [{"command": "x"}]}]}})"),
-              (Plan{std::nullopt, true, 1}));
+// Installations that differ from a fresh one: the current ones plan nothing, the earlier ones
+// are brought up to date, and either kind is removed, always keeping the other tool's entry.
+TEST(HookInstaller, KnowsAnEarlierInstallationAndBringsItUpToDate) {
+    using Status = HookInstaller::Status;
+    const json fresh = json::parse(*HookInstaller::planInstall("{}", bridge).updatedDocument);
+    const json say = json::parse(R"({"type": "command", "command": "say done"})");
+    const json saying = {{"matcher", ""}, {"hooks", {say}}};
+    const std::pair<std::function<void(json&)>, Status> cases[] = {
+        {[](json&) {}, Status::current},
+        // Another tool's group after ours, no matcher where all tools are meant, 5.0 for 5.
+        {[&](json& h) {
+             h["Stop"].push_back(saying);
+             h["Stop"][0].erase("matcher");
+             h["Stop"][0]["hooks"][0]["timeout"] = 5.0;
+         },
+         Status::current},
+        // The five events an earlier Norrow registered.
+        {[](json& h) {
+             for (const char* event : {"SessionStart", "PermissionRequest", "PostToolUse",
+                                       "PostToolUseFailure", "PermissionDenied", "Elicitation"})
+                 h.erase(event);
+         },
+         Status::outOfDate},
+        {[](json& h) { h["PostToolUse"][0]["matcher"] = ""; }, Status::outOfDate},
+        {[](json& h) { h["Stop"][0]["hooks"][0]["timeout"] = 30; }, Status::outOfDate},
+        {[&](json& h) {
+             h["Stop"] = {h["Stop"][0], saying, h["Stop"][0]};
+         },
+         Status::outOfDate},
+        {[](json& h) { h["PreToolUse"] = h["Stop"]; }, Status::outOfDate},
+        // An old bridge path in a group it shares with another tool.
+        {[&](json& h) {
+             h["Stop"][0]["hooks"][0]["command"] = "'/old/norrow/bridge'";
+             h["Stop"][0]["hooks"].push_back(say);
+         },
+         Status::outOfDate},
+    };
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        SCOPED_TRACE(i);
+        json settings = fresh;
+        cases[i].first(settings["hooks"]);
+        const std::string document = settings.dump(2);
+        const int foreign = document.find("say done") != std::string::npos ? 1 : 0;
+        EXPECT_EQ(HookInstaller::status(document, bridge), cases[i].second);
+        const auto plan = HookInstaller::planInstall(document, bridge);
+        EXPECT_EQ(plan.alreadyCorrect, cases[i].second == Status::current);
+        EXPECT_EQ(plan.foreignHookCount, foreign);
+        const std::string installed = plan.updatedDocument.value_or(document);
+        EXPECT_EQ(HookInstaller::status(installed, bridge), Status::current);
+        for (const std::string& text : {document, installed}) {
+            const std::string removed = HookInstaller::planRemoval(text).updatedDocument.value();
+            EXPECT_EQ(HookInstaller::planRemoval(removed), (Plan{std::nullopt, true, foreign}));
+            EXPECT_EQ(json::parse(removed).value("hooks", json::object()),
+                      foreign ? json({{"Stop", {saying}}}) : json::object());
+        }
+    }
 }
 
 TEST(HookInstaller, TakesOnlyCommandsThatAreABridgePathForItsOwn) {
@@ -101,6 +145,9 @@ TEST(HookInstaller, RefusesWhatClaudeCodeWouldNotRead) {
         {"{\"hooks\": {}, \"\\u0068ooks\": {}}",
          "settings.json has more than one top-level \"hooks\" member and Claude Code reads only "
          "the last, so it will not be modified. Merge them into one, then try again."},
+        {R"({"hooks": {"Stop": [], "a": {"Stop": 1}, "Stop": []}})",
+         "settings.json lists the hook event Stop more than once and Claude Code reads only the "
+         "last, so it will not be modified. Merge them into one, then try again."},
     };
     for (const auto& [document, description] : cases)
         EXPECT_EQ(failure([&] { HookInstaller::planInstall(document, bridge); }), description)
@@ -140,10 +187,12 @@ TEST(HookInstaller, RendersStringsNumbersAndKeysItsOwnWay) {
               "{\n\t\"matcher\": \"m\",\n\t\"timeout\": 5,\n\t\"env\": {},\n\t\"alpha\": [],\n"
               "\t\"zeta\": [\n\t\t1,\n\t\t-2,\n\t\t1.5,\n\t\t1e+300,\n\t\t18446744073709551615,\n"
               "\t\ttrue,\n\t\tnull\n\t]\n}");
-    EXPECT_TRUE(
-        HookInstaller::semanticallyEqual("{\"n\": 100, \"m\": 1}", "{\"m\":1, \"n\": 1e2}"));
-    EXPECT_FALSE(HookInstaller::semanticallyEqual("{\"n\": 0.1}", "{\"n\": 0.10000000000000002}"));
-    EXPECT_FALSE(HookInstaller::semanticallyEqual("{\"n\": 1}", "{\"n\": true}"));
+    const auto canonical = [](const char* text) {
+        return HookInstaller::canonical(json::parse(text));
+    };
+    EXPECT_EQ(canonical("{\"n\": 100, \"m\": 1}"), canonical("{\"m\":1, \"n\": 1e2}"));
+    EXPECT_NE(canonical("{\"n\": 0.1}"), canonical("{\"n\": 0.10000000000000002}"));
+    EXPECT_NE(canonical("{\"n\": 1}"), canonical("{\"n\": true}"));
 }
 
 } // namespace
