@@ -15,17 +15,22 @@
 // other tools' hooks byte for byte, and refuses any file Claude Code itself would not read.
 namespace norrow::HookInstaller {
 
-// An event the bridge runs on, and the tools it runs for there as Claude Code matches a tool's
-// name ("" for all of them).
+// An event the bridge runs on, and what Claude Code matches there ("" for everything): a
+// tool's name, a notification's type, an MCP server's name.
 struct EventHook {
     std::string_view event;
     std::string_view matcher;
 };
 
 // After a tool has run, all Norrow learns is that a question the tool asked was answered, so
-// it hears only from tools that can ask.
-inline constexpr std::string_view askingTools = "Bash|Edit|Write|MultiEdit|NotebookEdit|WebFetch|"
-                                                "WebSearch|AskUserQuestion|ExitPlanMode|mcp__.*";
+// it hears only from tools that can ask. Anchored, since a matcher with any pattern character
+// is searched for in the name: "Write" alone would match every "TodoWrite".
+inline constexpr std::string_view askingTools =
+    "^(Bash|Edit|Write|MultiEdit|NotebookEdit|WebFetch|WebSearch|AskUserQuestion|ExitPlanMode)$|"
+    "^mcp__";
+// The notifications that ask for the user; a plain list is matched name by name.
+inline constexpr std::string_view askingNotifications =
+    "permission_prompt|idle_prompt|agent_needs_input|elicitation_dialog";
 
 // Where the bridge is registered, in the order new events are written.
 inline constexpr std::array<EventHook, 11> eventHooks{{
@@ -34,9 +39,9 @@ inline constexpr std::array<EventHook, 11> eventHooks{{
     {"PermissionRequest", ""},
     {"PostToolUse", askingTools},
     {"PostToolUseFailure", askingTools},
-    {"PermissionDenied", ""},
     {"Elicitation", ""},
-    {"Notification", ""},
+    {"ElicitationResult", ""},
+    {"Notification", askingNotifications},
     {"Stop", ""},
     {"StopFailure", ""},
     {"SessionEnd", ""},

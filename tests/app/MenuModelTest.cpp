@@ -103,27 +103,27 @@ TEST(MenuModelTest, NotListeningComesFirstAndSetupStillOffersItsItems) {
                   "Copy setup instructions instead => copyManualInstructions"}));
 }
 
-TEST(MenuModelTest, SessionsNewestFirstEnabledOnlyWithARunningHost) {
+TEST(MenuModelTest, SessionsWaitingFirstThenNewestEnabledOnlyWithARunningHost) {
     MenuState state = listeningState();
     state.hooks = HookInstaller::Status::current;
     state.sessions = {
-        {"a1b2c3d4-0000", "api", state.now - 5min, "XTerm"},
-        {"e5f6a7b8-1111", "e5f6a7b8", state.now - 2h - 10min, std::nullopt},
-        {"c0ffee00-2222", "web", state.now - 3 * 24h, "Visual Studio Code"},
+        {"a1b2c3d4-0000", "api", state.now - 5min, "XTerm", std::nullopt},
+        {"e5f6a7b8-1111", "e5f6a7b8", state.now - 2h - 10min, std::nullopt, std::nullopt},
+        {"c0ffee00-2222", "web", state.now - 3 * 24h, "Visual Studio Code", state.now - 1min},
     };
     const auto menu = lines(state);
-    EXPECT_EQ(
-        std::vector<std::string>(menu.begin(), menu.begin() + 8),
-        (std::vector<std::string>{
-            "(off) Claude Code sessions",
-            "api  \u00b7  5 minutes ago => returnToSession(a1b2c3d4-0000) tip:XTerm",
-            "(off) e5f6a7b8  \u00b7  2 hours ago(e5f6a7b8-1111)",
-            "web  \u00b7  3 days ago => returnToSession(c0ffee00-2222) tip:Visual Studio Code",
-            "---",
-            "(off) \u2713  Claude Code is set up",
-            "Remove Norrow from Claude Code\u2026 => runUninstall",
-            "---",
-        }));
+    EXPECT_EQ(std::vector<std::string>(menu.begin(), menu.begin() + 8),
+              (std::vector<std::string>{
+                  "(off) Claude Code sessions",
+                  "web  \u00b7  needs you  \u00b7  1 minute ago => returnToSession(c0ffee00-2222) "
+                  "tip:Visual Studio Code",
+                  "api  \u00b7  5 minutes ago => returnToSession(a1b2c3d4-0000) tip:XTerm",
+                  "(off) e5f6a7b8  \u00b7  2 hours ago(e5f6a7b8-1111)",
+                  "---",
+                  "(off) \u2713  Claude Code is set up",
+                  "Remove Norrow from Claude Code\u2026 => runUninstall",
+                  "---",
+              }));
 }
 
 TEST(MenuModelTest, HooksOfAnEarlierNorrowAreOfferedAnUpdate) {

@@ -22,23 +22,10 @@ template <typename Operation> std::string failure(Operation operation) {
 }
 
 TEST(HookInstaller, InstallsIntoAnEmptyObjectInTheHandFormattedLayout) {
-    const std::string asking = "Bash|Edit|Write|MultiEdit|NotebookEdit|WebFetch|WebSearch|"
-                               "AskUserQuestion|ExitPlanMode|mcp__.*";
-    const std::pair<const char*, std::string> events[] = {{"SessionStart", ""},
-                                                          {"UserPromptSubmit", ""},
-                                                          {"PermissionRequest", ""},
-                                                          {"PostToolUse", asking},
-                                                          {"PostToolUseFailure", asking},
-                                                          {"PermissionDenied", ""},
-                                                          {"Elicitation", ""},
-                                                          {"Notification", ""},
-                                                          {"Stop", ""},
-                                                          {"StopFailure", ""},
-                                                          {"SessionEnd", ""}};
     std::string entries;
-    for (const auto& [event, matcher] : events)
-        entries += std::string(entries.empty() ? "" : ",\n") + "    \"" + event +
-                   "\": [\n      {\n        \"matcher\": \"" + matcher +
+    for (const auto& [event, matcher] : HookInstaller::eventHooks)
+        entries += std::string(entries.empty() ? "" : ",\n") + "    \"" + std::string(event) +
+                   "\": [\n      {\n        \"matcher\": \"" + std::string(matcher) +
                    "\",\n        \"hooks\": [\n          {\n            \"type\": \"command\",\n"
                    "            \"command\": \"" +
                    bridge +
@@ -66,7 +53,7 @@ TEST(HookInstaller, KnowsAnEarlierInstallationAndBringsItUpToDate) {
         // The five events an earlier Norrow registered.
         {[](json& h) {
              for (const char* event : {"SessionStart", "PermissionRequest", "PostToolUse",
-                                       "PostToolUseFailure", "PermissionDenied", "Elicitation"})
+                                       "PostToolUseFailure", "ElicitationResult", "Elicitation"})
                  h.erase(event);
          },
          Status::outOfDate},
