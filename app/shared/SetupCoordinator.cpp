@@ -100,11 +100,12 @@ HookInstaller::Status SetupCoordinator::status() const {
 std::string SetupCoordinator::manualInstructions(std::uint16_t port,
                                                  const std::string& token) const {
     const std::string bridge = bridgePath().string();
-    return "Add this to the \"hooks\" section of " + settingsPath().string() +
-           ", once for each of UserPromptSubmit, Stop and Notification:\n\n"
-           "{ \"type\": \"command\", \"command\": \"" +
-           bridge + "\", \"timeout\": " + std::to_string(HookInstaller::timeout.count()) + " }" +
-           "\n\nThe bridge script belongs at " + bridge +
+    // What the installer writes into a file of its own, to be merged by hand.
+    const std::string hooks = HookInstaller::planInstall("{}", bridge).updatedDocument.value_or("");
+    return "Add these hooks to " + settingsPath().string() +
+           " (a file without hooks can be exactly this; otherwise add each event to its "
+           "\"hooks\"):\n\n" +
+           hooks + "\n\nThe bridge script belongs at " + bridge +
            " and must be executable (chmod +x).\n\nThe port and token are not in that entry. "
            "They live in " +
            BridgeConfig::location(folder_).string() +

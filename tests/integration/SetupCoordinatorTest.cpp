@@ -293,15 +293,19 @@ TEST_F(SetupCoordinatorTest, NamesTheProblemBeforeWritingAnythingAndTheStepsByHa
     store.set("claudeFolderOverride", "~/elsewhere");
     EXPECT_EQ(ClaudeFolder::url(store), home / "elsewhere");
 
-    EXPECT_EQ(SetupCoordinator(store, "/home/u/.claude").manualInstructions(4711, "abc"),
-              "Add this to the \"hooks\" section of /home/u/.claude/settings.json, once for each "
-              "of UserPromptSubmit, Stop and Notification:\n\n{ \"type\": \"command\", "
-              "\"command\": \"/home/u/.claude/norrow/bridge\", \"timeout\": 5 }\n\nThe bridge "
-              "script belongs at /home/u/.claude/norrow/bridge and must be executable (chmod "
-              "+x).\n\nThe port and token are not in that entry. They live in "
-              "/home/u/.claude/norrow/config.json, which Norrow writes and keeps current \u2014 "
-              "the port can change on any launch. If you are doing all of this by hand, that "
-              "file reads:\n\n{\"port\": 4711, \"token\": \"abc\"}");
+    // Followed by hand, the steps give a current installation and a working bridge config.
+    const std::string steps =
+        SetupCoordinator(store, "/home/u/.claude").manualInstructions(4711, "abc");
+    const auto hooksAt = steps.find("\n\n{") + 2;
+    const std::string hooks = steps.substr(hooksAt, steps.find("\n\nThe bridge") - hooksAt);
+    EXPECT_EQ(HookInstaller::status(hooks, "/home/u/.claude/norrow/bridge"),
+              HookInstaller::Status::current);
+    EXPECT_TRUE(steps.starts_with("Add these hooks to /home/u/.claude/settings.json")) << steps;
+    EXPECT_TRUE(steps.ends_with("/home/u/.claude/norrow/config.json, which Norrow writes and keeps "
+                                "current \u2014 the port can change on any launch. If you are "
+                                "doing all of this by hand, that file reads:\n\n{\"port\": "
+                                "4711, \"token\": \"abc\"}"))
+        << steps;
 }
 
 } // namespace
