@@ -22,7 +22,7 @@ public:
         int columns = 160;
         int rows = 50;
         // Killed after this long, in case the test process dies without its destructors.
-        std::chrono::seconds lifetime = std::chrono::minutes(10);
+        std::chrono::seconds lifetime = std::chrono::minutes(5);
     };
 
     Terminal(const std::vector<std::string>& argv, const Options& options);

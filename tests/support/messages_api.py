@@ -28,6 +28,7 @@ import argparse
 import http.server
 import itertools
 import json
+import os
 import pathlib
 import threading
 import time
@@ -298,7 +299,15 @@ def main():
         args.bodies.mkdir(parents=True, exist_ok=True)
     server = Server(Script(args.script), args.log, args.bodies)
     print(server.server_address[1], flush=True)
+    threading.Thread(target=exit_with_parent, args=(os.getppid(),), daemon=True).start()
     server.serve_forever()
+
+
+def exit_with_parent(parent):
+    """Ends the server once the test that started it is gone, even killed without cleaning up."""
+    while os.getppid() == parent:
+        time.sleep(1)
+    os._exit(0)
 
 
 if __name__ == "__main__":
