@@ -4,6 +4,7 @@
 #include "app/shared/ClaudeFolder.h"
 #include "app/shared/SetupAlert.h"
 #include "core/BridgeState.h"
+#include "core/RequestText.h"
 #include "core/TerminalActivator.h"
 
 #include <QClipboard>
@@ -48,6 +49,9 @@ void AppController::start() {
     statusMenu_ = std::make_unique<StatusMenu>([this](const MenuItem& item) { perform(item); },
                                                [this] { refreshMenu(); });
     host_.setOnEvent([this](const HookEvent& event) { handle(event); });
+    host_.setOnRequest(
+        [this](const HookEvent& event, EventListener::AnswerId id) { handle(event, id); });
+    host_.setAnswering(rules_.answerFromBanners());
     host_.setOnStateChange([this](bool listening) { listenerStateChanged(listening); });
     host_.setOnSweep([this] { checkForUpdates(); });
     try {
@@ -106,6 +110,7 @@ MenuState AppController::menuState() {
     state.rulesEnabled = rules_.enabled();
     state.minimumDuration = rules_.minimumDuration().count();
     state.onlyIfAway = rules_.onlyIfAway();
+    state.answerFromBanners = rules_.answerFromBanners();
     state.version = options_.version;
     if (const auto& release = updates_.available()) state.availableVersion = release->version;
     state.lastBridgeVersion = events_.lastBridgeVersion();
@@ -121,14 +126,21 @@ void AppController::refreshMenu() {
     statusMenu_->setBadge(!events_.waiting().empty());
 }
 
-void AppController::handle(const HookEvent& event) {
+void AppController::handle(const HookEvent& event,
+                           std::optional<EventListener::AnswerId> awaiting) {
     const auto outcome = events_.handle(event, desktop_.frontmostApplication(),
                                         std::chrono::system_clock::now(), rules_.current());
-    if (outcome.withdrawn) banners_.withdraw(*outcome.withdrawn);
+    if (outcome.withdrawn) {
+        banners_.withdraw(*outcome.withdrawn);
+        releaseAnswer(*outcome.withdrawn);
+    }
+    auto choices = outcome.alert ? bannerChoices(*outcome.alert, awaiting) : std::nullopt;
+    // Nobody can answer a request that shows no choices: its bridge need not wait.
+    if (awaiting && !choices) host_.answer(*awaiting, std::nullopt);
     if (const auto& alert = outcome.alert) {
         // The banner first: it is what the user waits for.
         banners_.show(QString::fromStdString(alert->result.text), bannerAction(alert->event),
-                      alert->standing ? alert->event.sessionId : std::nullopt);
+                      alert->standing ? alert->event.sessionId : std::nullopt, std::move(choices));
         notifier_.play(alert->result.kind);
         emit alerted(*alert);
     }
@@ -138,6 +150,36 @@ void AppController::handle(const HookEvent& event) {
 std::function<void()> AppController::bannerAction(const HookEvent& event) {
     if (!desktop_.runningApp(event)) return {};
     return [this, event] { returnTo(event); };
+}
+
+std::optional<BannerPresenter::Choices>
+AppController::bannerChoices(const EventHandler::Alert& alert,
+                             std::optional<EventListener::AnswerId> awaiting) {
+    const auto& session = alert.event.sessionId;
+    if (!awaiting || !alert.standing || !session) return std::nullopt;
+    releaseAnswer(*session);
+    answers_.emplace(*session, *awaiting);
+    const auto id = *awaiting;
+    // Only this press answers, and only the request it was shown for: the id is that
+    // request's own, and is spent once used.
+    auto choose = [this, session = *session, id](PermissionAnswer::Choice choice) {
+        if (const auto found = answers_.find(session);
+            found != answers_.end() && found->second == id)
+            answers_.erase(found);
+        host_.answer(id, choice, [](bool delivered) {
+            if (!delivered) qWarning("Norrow: the answer came after the request had ended");
+        });
+    };
+    return BannerPresenter::Choices{
+        std::move(choose),
+        QString::fromStdString(RequestText::whole(alert.event).value_or(alert.result.text))};
+}
+
+void AppController::releaseAnswer(const std::string& session) {
+    const auto found = answers_.find(session);
+    if (found == answers_.end()) return;
+    host_.answer(found->second, std::nullopt);
+    answers_.erase(found);
 }
 
 void AppController::perform(const MenuItem& item) {
@@ -171,6 +213,10 @@ void AppController::perform(const MenuItem& item) {
         break;
     case MenuAction::toggleOnlyIfAway:
         rules_.setOnlyIfAway(!rules_.onlyIfAway());
+        break;
+    case MenuAction::toggleAnswerFromBanners:
+        rules_.setAnswerFromBanners(!rules_.answerFromBanners());
+        host_.setAnswering(rules_.answerFromBanners());
         break;
     case MenuAction::openDownload:
         openDownload();

@@ -22,6 +22,7 @@
 #include <QUrl>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -58,8 +59,10 @@ public:
     void refreshMenu();
     // What the menu shows now.
     MenuState menuState();
-    // One event from the listener: the turn bookkeeping, the rules, then the menu.
-    void handle(const HookEvent& event);
+    // One event from the listener: the turn bookkeeping, the rules, then the menu. A tool's
+    // permission request comes with the id under which its bridge waits for an answer.
+    void handle(const HookEvent& event,
+                std::optional<EventListener::AnswerId> awaiting = std::nullopt);
     // Carries out a chosen menu item.
     void perform(const MenuItem& item);
 
@@ -83,6 +86,12 @@ private:
     // What a click on the event's banner does: return to the session, when its application
     // runs now; otherwise nothing.
     std::function<void()> bannerAction(const HookEvent& event);
+    // What an alert's banner offers to answer, when its bridge waits for an answer.
+    std::optional<BannerPresenter::Choices>
+    bannerChoices(const EventHandler::Alert& alert,
+                  std::optional<EventListener::AnswerId> awaiting);
+    // Lets the bridge waiting for the session's answer go without one.
+    void releaseAnswer(const std::string& session);
     void runInstall();
     void runUninstall();
     void copyManualInstructions();
@@ -104,6 +113,8 @@ private:
     Notifier notifier_;
     BannerPresenter banners_;
     QTimer menuRefresh_;
+    // Per session, the bridge waiting for an answer from its banner.
+    std::map<std::string, EventListener::AnswerId> answers_;
     bool reportedState_ = false;
 };
 

@@ -4,6 +4,7 @@
 #include "app/BannerPanel.h"
 
 #include <QTimer>
+#include <utility>
 
 namespace norrow {
 namespace {
@@ -64,6 +65,31 @@ void Banner::scheduleDismissal() {
     dismissal_->start(lifetime, [this] { dismiss(); });
 }
 
+void Banner::stand() {
+    standing_ = true;
+    dismissal_->stop();
+}
+
+void Banner::offerChoices(std::function<void(PermissionAnswer::Choice)> choose,
+                          const QString& detail) {
+    choose_ = std::move(choose);
+    panel_->setHeight(panel_->height() + BannerContentView::choiceRowHeight);
+    content_->setGeometry(panel_->rect());
+    content_->setToolTip(detail);
+    content_->onChoose = [this](PermissionAnswer::Choice choice) { chosen(choice); };
+    content_->offerChoices();
+}
+
+void Banner::chosen(PermissionAnswer::Choice choice) {
+    if (dismissed_ || !choose_) return;
+    const auto choose = std::exchange(choose_, {});
+    choose(choice);
+    content_->showDecision(choice == PermissionAnswer::Choice::allow ? tr("Allowed")
+                                                                     : tr("Denied"));
+    standing_ = false;
+    dismissal_->start(decisionLinger, [this] { dismiss(); });
+}
+
 void Banner::dismiss() {
     if (dismissed_) return;
     dismissed_ = true;
@@ -88,7 +114,7 @@ void Banner::clicked() {
 }
 
 void Banner::hovered(bool inside) {
-    if (dismissed_) return;
+    if (dismissed_ || standing_) return;
     if (inside)
         dismissal_->stop();
     else

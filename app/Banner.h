@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/PermissionAnswer.h"
+
 #include <QObject>
 #include <QPropertyAnimation>
 #include <QString>
@@ -36,6 +38,8 @@ public:
     static constexpr std::chrono::milliseconds lifetime{6000};
     static constexpr std::chrono::milliseconds fadeInDuration{220};
     static constexpr std::chrono::milliseconds fadeOutDuration{180};
+    // How long an answered banner shows the answer before it goes.
+    static constexpr std::chrono::milliseconds decisionLinger{1500};
 
     // `onClick` may be empty: then a click only dismisses.
     Banner(const QString& summary, std::function<void()> onClick, bool composited,
@@ -50,6 +54,12 @@ public:
     void appear();
     // (Re)starts the countdown to dismissal.
     void scheduleDismissal();
+    // Keeps it up until it is dismissed: it stands for something still true.
+    void stand();
+    // Offers "Allow" and "Deny" under the summary, with `detail`, the whole of what is asked,
+    // on hover. A press on one runs `choose`; then the banner says what was chosen and goes.
+    // Call before `appear`: the panel grows by the row of answers.
+    void offerChoices(std::function<void(PermissionAnswer::Choice)> choose, const QString& detail);
     // Fades the panel out, then hides it and reports `finished`; later calls do nothing.
     void dismiss();
 
@@ -60,15 +70,18 @@ signals:
 private:
     void clicked();
     void hovered(bool inside);
+    void chosen(PermissionAnswer::Choice choice);
 
     std::unique_ptr<BannerPanel> panel_;
     BannerContentView* content_;
     std::function<void()> onClick_;
+    std::function<void(PermissionAnswer::Choice)> choose_;
     std::unique_ptr<BannerTimer> dismissal_;
     // Ends the fade-out; the opacity animation is only how it looks.
     std::unique_ptr<BannerTimer> fadeEnd_;
     QPropertyAnimation opacity_;
     bool dismissed_ = false;
+    bool standing_ = false;
 };
 
 } // namespace norrow

@@ -68,7 +68,11 @@ BannerContentView::BannerContentView(QString summary, QWidget* parent)
     setFocusPolicy(Qt::NoFocus);
     setMouseTracking(true);
     setAccessibleName(summary_);
-    lines_ = wrapped(summary_);
+    setLines(summary_);
+}
+
+void BannerContentView::setLines(const QString& text) {
+    lines_ = wrapped(text);
     if (lines_.size() > maximumLines) {
         // The last visible line carries on with the rest of the text, cut to fit.
         const QStringList rest = lines_.mid(maximumLines - 1);
@@ -76,6 +80,27 @@ BannerContentView::BannerContentView(QString summary, QWidget* parent)
         lines_.push_back(QFontMetricsF(labelFont())
                              .elidedText(rest.join(QLatin1Char(' ')), Qt::ElideRight, labelWidth));
     }
+}
+
+void BannerContentView::offerChoices() {
+    offering_ = true;
+    update();
+}
+
+QRect BannerContentView::choiceRect(PermissionAnswer::Choice choice) const {
+    // "Allow" at the right edge of the text, "Deny" before it.
+    const int right = labelX + labelWidth;
+    const int slot = choice == PermissionAnswer::Choice::allow ? 1 : 2;
+    return {right - slot * choiceWidth - (slot - 1) * 8,
+            height() - choiceRowHeight + (choiceRowHeight - choiceHeight) / 2 - 6, choiceWidth,
+            choiceHeight};
+}
+
+void BannerContentView::showDecision(const QString& decision) {
+    offering_ = false;
+    setAccessibleName(decision);
+    setLines(decision);
+    update();
 }
 
 QFont BannerContentView::labelFont() {
@@ -105,10 +130,24 @@ void BannerContentView::paintEvent(QPaintEvent*) {
     const QFontMetricsF metrics(font);
     painter.setFont(font);
     painter.setPen(palette().color(QPalette::WindowText));
-    const double top = (height() - labelHeight(summary_)) / 2.0;
+    const int textArea = height() - (offering_ ? choiceRowHeight : 0);
+    const double top =
+        (textArea - std::ceil(metrics.lineSpacing() * static_cast<double>(lines_.size()))) / 2.0;
     for (int i = 0; i < lines_.size(); ++i)
         painter.drawText(QPointF(labelX, top + i * metrics.lineSpacing() + metrics.ascent()),
                          lines_[i]);
+    if (!offering_) return;
+    // Two plain buttons that only a pointer presses: there is no focus and no default one.
+    const QColor accent(0x3a, 0x4f, 0xd6);
+    for (const auto choice : {PermissionAnswer::Choice::deny, PermissionAnswer::Choice::allow}) {
+        const bool allow = choice == PermissionAnswer::Choice::allow;
+        const QRectF place = QRectF(choiceRect(choice)).adjusted(0.5, 0.5, -0.5, -0.5);
+        painter.setPen(allow ? Qt::NoPen : QPen(palette().color(QPalette::Mid), 1));
+        painter.setBrush(allow ? accent : palette().color(QPalette::Button));
+        painter.drawRoundedRect(place, choiceHeight / 2.0, choiceHeight / 2.0);
+        painter.setPen(allow ? QColor(Qt::white) : palette().color(QPalette::ButtonText));
+        painter.drawText(place, Qt::AlignCenter, allow ? tr("Allow") : tr("Deny"));
+    }
 }
 
 void BannerContentView::enterEvent(QEnterEvent*) {
@@ -120,7 +159,14 @@ void BannerContentView::leaveEvent(QEvent*) {
 }
 
 void BannerContentView::mousePressEvent(QMouseEvent* event) {
-    if (event->button() == Qt::LeftButton && onClick) onClick();
+    if (event->button() != Qt::LeftButton) return;
+    if (offering_)
+        for (const auto choice : {PermissionAnswer::Choice::allow, PermissionAnswer::Choice::deny})
+            if (choiceRect(choice).contains(event->position().toPoint())) {
+                if (onChoose) onChoose(choice);
+                return;
+            }
+    if (onClick) onClick();
 }
 
 } // namespace norrow

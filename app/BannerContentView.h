@@ -1,11 +1,14 @@
 #pragma once
 
+#include "core/PermissionAnswer.h"
+
 #include <QFont>
 #include <QPixmap>
 #include <QString>
 #include <QStringList>
 #include <QWidget>
 #include <functional>
+#include <optional>
 
 namespace norrow {
 
@@ -23,6 +26,10 @@ public:
     // Above and below the text together, and the least a banner is high.
     static constexpr int verticalPadding = 22;
     static constexpr int minimumHeight = 58;
+    // The row of answers under the summary, and each answer's button.
+    static constexpr int choiceRowHeight = 34;
+    static constexpr int choiceWidth = 76;
+    static constexpr int choiceHeight = 24;
 
     BannerContentView(QString summary, QWidget* parent);
 
@@ -37,8 +44,17 @@ public:
     // The lines as drawn.
     const QStringList& lines() const { return lines_; }
 
+    // Shows "Allow" and "Deny" under the summary until one is chosen.
+    void offerChoices();
+    bool offersChoices() const { return offering_; }
+    // Where each answer's button is drawn, while offered.
+    QRect choiceRect(PermissionAnswer::Choice choice) const;
+    // Replaces the summary and the answers with what was decided.
+    void showDecision(const QString& decision);
+
     std::function<void()> onClick;
     std::function<void(bool inside)> onHover;
+    std::function<void(PermissionAnswer::Choice)> onChoose;
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -47,7 +63,10 @@ protected:
     void mousePressEvent(QMouseEvent* event) override;
 
 private:
+    void setLines(const QString& text);
+
     QString summary_;
+    bool offering_ = false;
     QStringList lines_;
     QPixmap icon_;
 };

@@ -32,9 +32,13 @@ BannerPanel::BannerPanel(int height, bool composited)
     setAttribute(Qt::WA_X11NetWmWindowTypeNotification);
     setAttribute(Qt::WA_TranslucentBackground, composited);
     setFocusPolicy(Qt::NoFocus);
+    setHeight(height);
+}
+
+void BannerPanel::setHeight(int height) {
     setFixedSize(width, height);
     // Without a compositor the window is a rectangle of opaque pixels; the mask shapes it.
-    if (!composited) setMask(QRegion(outline(QRectF(rect())).toFillPolygon().toPolygon()));
+    if (!composited_) setMask(QRegion(outline(QRectF(rect())).toFillPolygon().toPolygon()));
 }
 
 void BannerPanel::paintEvent(QPaintEvent*) {

@@ -18,6 +18,7 @@ public:
     BannerPanel(int height, bool composited);
 
     bool composited() const { return composited_; }
+    void setHeight(int height);
 
 protected:
     void paintEvent(QPaintEvent* event) override;

@@ -24,7 +24,7 @@ BannerPresenter::~BannerPresenter() {
 }
 
 void BannerPresenter::show(const QString& summary, std::function<void()> onClick,
-                           std::optional<std::string> standingFor) {
+                           std::optional<std::string> standingFor, std::optional<Choices> choices) {
     while (banners_.size() >= maximumVisible) {
         Banner* oldest = banners_.back();
         banners_.pop_back();
@@ -32,16 +32,19 @@ void BannerPresenter::show(const QString& summary, std::function<void()> onClick
     }
     auto* banner = new Banner(summary, std::move(onClick), desktop_.composited(), timers_, this);
     connect(banner, &Banner::finished, this, &BannerPresenter::finished);
+    if (choices) banner->offerChoices(std::move(choices->choose), choices->detail);
     banners_.insert(banners_.begin(), banner);
 
     frame_ = activeFrame();
     banner->panel().move(places().front() + QPoint(slideDistance, 0));
     banner->appear();
     layOut();
-    if (standingFor)
+    if (standingFor) {
         standing_.emplace(banner, std::move(*standingFor));
-    else
+        banner->stand();
+    } else {
         banner->scheduleDismissal();
+    }
 }
 
 void BannerPresenter::withdraw(const std::string& session) {

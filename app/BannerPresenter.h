@@ -31,10 +31,18 @@ public:
     explicit BannerPresenter(Desktop& desktop, BannerTimer::Factory timers = BannerTimer::qt());
     ~BannerPresenter() override;
 
+    // Answers a banner offers: a press on "Allow" or "Deny" runs `choose`; `detail` is the
+    // whole of what is asked, shown on hover.
+    struct Choices {
+        std::function<void(PermissionAnswer::Choice)> choose;
+        QString detail;
+    };
+
     // Shows `summary` in a new banner; a click on it runs `onClick`, when given, and
     // dismisses it. A banner standing for a session stays until withdrawn or clicked.
     void show(const QString& summary, std::function<void()> onClick,
-              std::optional<std::string> standingFor = std::nullopt);
+              std::optional<std::string> standingFor = std::nullopt,
+              std::optional<Choices> choices = std::nullopt);
     // Takes back the session's standing banner, when one is up.
     void withdraw(const std::string& session);
 

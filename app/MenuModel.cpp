@@ -125,6 +125,14 @@ MenuItem rulesMenu(const MenuState& state) {
     away.mark = MenuItem::Mark::toggle;
     away.checked = state.onlyIfAway;
     rules.submenu.push_back(std::move(away));
+    rules.submenu.push_back(separator());
+
+    // Not a rule of when to interrupt, so it stays on while the rules are off.
+    MenuItem answer =
+        command("Answer permissions from banners", MenuAction::toggleAnswerFromBanners);
+    answer.mark = MenuItem::Mark::toggle;
+    answer.checked = state.answerFromBanners;
+    rules.submenu.push_back(std::move(answer));
     return rules;
 }
 

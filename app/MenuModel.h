@@ -20,6 +20,7 @@ enum class MenuAction {
     toggleRules,
     chooseMinimumDuration,
     toggleOnlyIfAway,
+    toggleAnswerFromBanners,
     openDownload,
     quit,
 };
@@ -71,6 +72,7 @@ struct MenuState {
     bool rulesEnabled = true;
     double minimumDuration = 20;
     bool onlyIfAway = true;
+    bool answerFromBanners = true;
     std::string version;
     // The newer release's version, when one is out.
     std::optional<std::string> availableVersion;

@@ -1,5 +1,6 @@
 #include "core/RequestProtocol.h"
 
+#include "core/PermissionAnswer.h"
 #include "core/Unicode.h"
 
 #include <charconv>
@@ -134,21 +135,25 @@ std::optional<Reply> refusal(const Request& request, std::string_view token) {
 }
 
 Decision dispatch(const Request& request, std::string_view token) {
-    if (auto refused = refusal(request, token)) return {std::move(*refused), {}};
+    if (auto refused = refusal(request, token)) return {std::move(*refused), {}, false};
     auto event = HookEvent::decode(request.body);
-    if (!event) return {{422, "undecodable event"}, {}};
-    return {{200, "ok"}, std::move(event)};
+    if (!event) return {{422, "undecodable event"}, {}, false};
+    const auto await = request.headers.find(std::string(awaitHeader));
+    const bool awaits = await != request.headers.end() && await->second == awaitAnswer &&
+                        PermissionAnswer::offered(*event);
+    return {{200, "ok"}, std::move(event), awaits};
 }
 
 std::optional<Decision> answer(std::string_view received, std::string_view token,
                                bool peerFinished) {
-    if (received.size() > maxRequestBytes) return Decision{{413, "payload too large"}, {}};
+    if (received.size() > maxRequestBytes) return Decision{{413, "payload too large"}, {}, false};
     auto result = parse(received);
-    if (auto* bad = std::get_if<Bad>(&result)) return Decision{{400, std::move(bad->message)}, {}};
+    if (auto* bad = std::get_if<Bad>(&result))
+        return Decision{{400, std::move(bad->message)}, {}, false};
     if (const auto* request = std::get_if<Request>(&result)) return dispatch(*request, token);
     if (const auto& head = std::get<NeedMoreData>(result).head)
-        if (auto refused = refusal(*head, token)) return Decision{std::move(*refused), {}};
-    if (peerFinished) return Decision{{400, "incomplete request"}, {}};
+        if (auto refused = refusal(*head, token)) return Decision{std::move(*refused), {}, false};
+    if (peerFinished) return Decision{{400, "incomplete request"}, {}, false};
     return std::nullopt;
 }
 

@@ -47,10 +47,18 @@ struct Reply {
     static std::string_view reasonPhrase(int status);
 };
 
+// The header with which the bridge asks to wait on the connection for the user's answer to
+// a permission request, and its value.
+inline constexpr std::string_view awaitHeader = "x-norrow-await";
+inline constexpr std::string_view awaitAnswer = "answer";
+
 // The answer to one complete request, and the event to deliver after it.
 struct Decision {
     Reply reply;
     std::optional<HookEvent> event;
+    // The sender waits for the user's answer to the event, a permission request Norrow may
+    // answer, instead of taking `reply` at once.
+    bool awaitsAnswer = false;
 };
 
 ParseResult parse(std::string_view data);

@@ -103,7 +103,7 @@ std::string permission(const HookEvent& event) {
 
 } // namespace
 
-std::optional<std::string> describe(const HookEvent& event) {
+std::optional<std::string> whole(const HookEvent& event) {
     std::string text;
     if (event.hookEventName == HookEvent::Name::permissionRequest)
         text = permission(event);
@@ -112,7 +112,13 @@ std::optional<std::string> describe(const HookEvent& event) {
     else
         return std::nullopt;
     if (text.empty()) text = kWaiting;
-    return Summarizer::truncate(text, Summarizer::maxLength);
+    return text;
+}
+
+std::optional<std::string> describe(const HookEvent& event) {
+    auto text = whole(event);
+    if (text) *text = Summarizer::truncate(*text, Summarizer::maxLength);
+    return text;
 }
 
 } // namespace norrow::RequestText

@@ -13,5 +13,7 @@ namespace norrow::RequestText {
 // Absent for an event that asks nothing (anything but a permission request or an
 // elicitation).
 std::optional<std::string> describe(const HookEvent& event);
+// The same line, uncut: the whole of what will run.
+std::optional<std::string> whole(const HookEvent& event);
 
 } // namespace norrow::RequestText

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <list>
+#include <map>
 #include <thread>
 
 namespace norrow {
@@ -27,6 +28,9 @@ struct EventListener::Network {
     std::uint64_t generation = 0;
     // Open connections, the one idle longest first.
     std::list<std::shared_ptr<Connection>> connections;
+    // Connections whose sender waits for an answer, the one waiting longest first.
+    std::map<AnswerId, std::shared_ptr<Connection>> waiting;
+    AnswerId lastAnswerId = 0;
     // Every read lands here first, so an idle connection holds no buffer of its own.
     std::array<char, RequestProtocol::maxReadBytes> readBuffer;
     std::thread thread;
@@ -43,10 +47,7 @@ public:
     void start() {
         auto& connections = service_.network_->connections;
         position_ = connections.insert(connections.end(), shared_from_this());
-        deadline_.expires_after(EventListener::deadline);
-        deadline_.async_wait([self = shared_from_this()](const asio::error_code& error) {
-            if (!error) self->close();
-        });
+        armDeadline(EventListener::deadline);
         asio::error_code ignored;
         socket_.non_blocking(true, ignored);
         awaitData();
@@ -56,17 +57,31 @@ public:
         if (closed_) return;
         closed_ = true;
         const auto self = shared_from_this();
-        service_.network_->connections.erase(position_);
+        if (listed_) service_.network_->connections.erase(position_);
+        if (answerId_) service_.network_->waiting.erase(*answerId_);
         deadline_.cancel();
         asio::error_code ignored;
         socket_.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
         socket_.close(ignored);
     }
 
+    // Ends the wait of a sender waiting for an answer with the hook output, or with none.
+    void answer(std::optional<std::string> output) {
+        if (!answerId_ || closed_) return;
+        service_.network_->waiting.erase(*answerId_);
+        answerId_.reset();
+        armDeadline(EventListener::deadline);
+        send(RequestProtocol::Reply{200, output.value_or(std::string())}.bytes(), false, {});
+    }
+
 private:
+    // One wait at a time: an answer may come while the connection already waits to read.
     void awaitData() {
+        if (awaiting_) return;
+        awaiting_ = true;
         socket_.async_wait(asio::socket_base::wait_read,
                            [self = shared_from_this()](const asio::error_code& error) {
+                               self->awaiting_ = false;
                                if (!self->closed_) self->readable(error);
                            });
     }
@@ -79,7 +94,7 @@ private:
         if (error == asio::error::would_block) return awaitData();
         const bool peerFinished = error == asio::error::eof;
         if (error && !peerFinished) return close();
-        markActive();
+        if (listed_) markActive();
         if (replied_) return peerFinished ? close() : awaitData();
         buffer_.append(chunk.data(), n);
         auto decision = RequestProtocol::answer(buffer_, service_.token_, peerFinished);
@@ -87,13 +102,46 @@ private:
         respond(std::move(*decision), peerFinished);
     }
 
+    void armDeadline(std::chrono::seconds after) {
+        deadline_.expires_after(after);
+        deadline_.async_wait([self = shared_from_this()](const asio::error_code& error) {
+            if (!error) self->close();
+        });
+    }
+
+    // A permission request Norrow may answer: the connection leaves the others, waits for
+    // the answer within its own window, and its event goes to the main thread at once.
+    void await(HookEvent event) {
+        auto& network = *service_.network_;
+        network.connections.erase(position_);
+        listed_ = false;
+        const AnswerId id = ++network.lastAnswerId;
+        answerId_ = id;
+        network.waiting.emplace(id, shared_from_this());
+        if (network.waiting.size() > EventListener::maxWaiting)
+            network.waiting.begin()->second->answer(std::nullopt);
+        deadline_.expires_after(EventListener::answerWindow);
+        deadline_.async_wait([self = shared_from_this()](const asio::error_code& error) {
+            if (!error) self->answer(std::nullopt);
+        });
+        service_.deliverRequest(std::move(event), id);
+        // Reading on tells when the sender gives up waiting.
+        awaitData();
+    }
+
     // The event goes to the main thread only once its 200 reply has been sent.
     void respond(RequestProtocol::Decision decision, bool peerFinished) {
         replied_ = true;
         std::string().swap(buffer_);
-        reply_ = decision.reply.bytes();
+        if (decision.awaitsAnswer && decision.event && !peerFinished && service_.answers())
+            return await(std::move(*decision.event));
+        send(decision.reply.bytes(), peerFinished, std::move(decision.event));
+    }
+
+    void send(std::string reply, bool peerFinished, std::optional<HookEvent> event) {
+        reply_ = std::move(reply);
         asio::async_write(socket_, asio::buffer(reply_),
-                          [self = shared_from_this(), event = std::move(decision.event),
+                          [self = shared_from_this(), event = std::move(event),
                            peerFinished](const asio::error_code& error, std::size_t) mutable {
                               if (event) self->service_.deliver(std::move(*event));
                               if (self->closed_) return;
@@ -114,9 +162,13 @@ private:
     asio::steady_timer deadline_;
     EventListener& service_;
     std::list<std::shared_ptr<Connection>>::iterator position_;
+    // Whether it is among the capped connections; a waiting one is not.
+    bool listed_ = true;
+    std::optional<AnswerId> answerId_;
     std::string buffer_;
     std::string reply_;
     bool replied_ = false;
+    bool awaiting_ = false;
     bool closed_ = false;
 };
 
@@ -146,6 +198,36 @@ void EventListener::setOnEvent(std::function<void(HookEvent)> onEvent) {
 
 void EventListener::setOnStateChange(std::function<void(bool)> onStateChange) {
     onStateChange_ = std::move(onStateChange);
+}
+
+void EventListener::setOnRequest(std::function<void(HookEvent, AnswerId)> onRequest) {
+    onRequest_ = std::move(onRequest);
+}
+
+bool EventListener::answers() const {
+    return answering_ && onRequest_;
+}
+
+void EventListener::setAnswering(bool answering) {
+    answering_ = answering;
+    if (!answering) asio::post(network_->io, [this] { releaseWaiting(); });
+}
+
+void EventListener::releaseWaiting() {
+    while (!network_->waiting.empty())
+        network_->waiting.begin()->second->answer(std::nullopt);
+}
+
+void EventListener::answer(AnswerId id, std::optional<std::string> output,
+                           std::function<void(bool)> delivered) {
+    asio::post(network_->io, [this, id, output = std::move(output),
+                              delivered = std::move(delivered)]() mutable {
+        const auto found = network_->waiting.find(id);
+        const bool waiting = found != network_->waiting.end();
+        if (waiting) found->second->answer(std::move(output));
+        if (delivered)
+            postToMain_([delivered = std::move(delivered), waiting] { delivered(waiting); });
+    });
 }
 
 void EventListener::start(std::optional<std::uint16_t> preferredPort) {
@@ -218,6 +300,8 @@ void EventListener::accept(std::uint64_t generation) {
 
 void EventListener::stop() {
     asio::post(network_->io, [this] {
+        // Whoever waits gets no answer now, rather than when its window ends.
+        releaseWaiting();
         if (!network_->acceptor) return;
         asio::error_code ignored;
         network_->acceptor->close(ignored);
@@ -250,6 +334,13 @@ void EventListener::notifyState(bool listening) {
     postToMain_([weak = weak_from_this(), listening] {
         const auto self = weak.lock();
         if (self && self->onStateChange_) self->onStateChange_(listening);
+    });
+}
+
+void EventListener::deliverRequest(HookEvent event, AnswerId id) {
+    postToMain_([weak = weak_from_this(), event = std::move(event), id]() mutable {
+        const auto self = weak.lock();
+        if (self && self->onRequest_) self->onRequest_(std::move(event), id);
     });
 }
 

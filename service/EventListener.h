@@ -40,14 +40,32 @@ public:
     // Open connections at most; a new one closes the one that has been idle longest.
     static constexpr std::size_t maxConnections = 128;
 
+    // A permission request whose sender waits on its connection for the user's answer. Such a
+    // connection counts neither against `maxConnections` nor against `deadline`: it has a
+    // window of its own, after which its sender gets no answer, and a cap of its own, past
+    // which the one waiting longest gets none.
+    using AnswerId = std::uint64_t;
+    static constexpr std::chrono::seconds answerWindow{570};
+    static constexpr std::size_t maxWaiting = 1024;
+
     static std::shared_ptr<EventListener> create(std::string token, PostToMain postToMain);
     ~EventListener();
     EventListener(const EventListener&) = delete;
     EventListener& operator=(const EventListener&) = delete;
 
-    // Set before `start`; both run on the main thread only.
+    // Set before `start`; all run on the main thread only.
     void setOnEvent(std::function<void(HookEvent)> onEvent);
     void setOnStateChange(std::function<void(bool)> onStateChange);
+    // A request whose sender waits for `answer` with its id; without it, or while answering
+    // is off, every request is answered at once and goes to the event callback.
+    void setOnRequest(std::function<void(HookEvent, AnswerId)> onRequest);
+
+    // Whether senders may wait for an answer. Safe from any thread.
+    void setAnswering(bool answering);
+    // Gives the sender waiting under `id` the hook output (none: no answer), once, and then
+    // tells `delivered` on the main thread whether it was still waiting. Safe from any thread.
+    void answer(AnswerId id, std::optional<std::string> output,
+                std::function<void(bool delivered)> delivered = {});
 
     // Starts listening; the outcome arrives through the state callback. Throws ListenerError
     // when no socket can be created at all.
@@ -70,6 +88,11 @@ private:
     void cancelled();
     void notifyState(bool listening);
     void deliver(HookEvent event);
+    void deliverRequest(HookEvent event, AnswerId id);
+    // Whether a permission request's sender may wait: answering is on and someone listens.
+    bool answers() const;
+    // Ends every wait without an answer; on the network thread.
+    void releaseWaiting();
     void setPort(std::optional<std::uint16_t> port);
 
     const std::string token_;
@@ -77,6 +100,8 @@ private:
     std::unique_ptr<Network> network_;
     std::function<void(HookEvent)> onEvent_;
     std::function<void(bool)> onStateChange_;
+    std::function<void(HookEvent, AnswerId)> onRequest_;
+    std::atomic<bool> answering_ = false;
     std::atomic<bool> didFallBack_ = false;
     mutable std::mutex portLock_;
     std::optional<std::uint16_t> port_;

@@ -39,6 +39,24 @@ void ListenerHost::setOnSweep(std::function<void()> onSweep) {
     onSweep_ = std::move(onSweep);
 }
 
+void ListenerHost::setOnRequest(std::function<void(HookEvent, EventListener::AnswerId)> onRequest) {
+    onRequest_ = std::move(onRequest);
+}
+
+void ListenerHost::setAnswering(bool answering) {
+    answering_ = answering;
+    if (listener_) listener_->setAnswering(answering);
+}
+
+void ListenerHost::answer(EventListener::AnswerId id,
+                          std::optional<PermissionAnswer::Choice> choice,
+                          std::function<void(bool)> delivered) {
+    if (!listener_) return;
+    std::optional<std::string> output;
+    if (choice) output = PermissionAnswer::hookOutput(*choice);
+    listener_->answer(id, std::move(output), std::move(delivered));
+}
+
 void ListenerHost::start(std::optional<std::uint16_t> port, std::optional<std::string> token) {
     token_ = token ? std::move(*token) : credentials_.token();
     listener_ = EventListener::create(token_, [](std::function<void()> task) {
@@ -50,6 +68,11 @@ void ListenerHost::start(std::optional<std::uint16_t> port, std::optional<std::s
         if (onEvent_) onEvent_(std::move(event));
     });
     listener_->setOnStateChange([this](bool listening) { stateChanged(listening); });
+    if (onRequest_)
+        listener_->setOnRequest([this](HookEvent event, EventListener::AnswerId id) {
+            if (onRequest_) onRequest_(std::move(event), id);
+        });
+    listener_->setAnswering(answering_);
     listener_->start(port);
     sweep_.start();
 }

@@ -4,6 +4,7 @@
 #include "app/shared/SecretStore.h"
 #include "app/shared/Settings.h"
 #include "core/HookEvent.h"
+#include "core/PermissionAnswer.h"
 #include "core/SessionStore.h"
 #include "service/EventListener.h"
 
@@ -40,6 +41,14 @@ public:
     void setOnStateChange(std::function<void(bool listening)> onStateChange);
     // After each sweep of stale turns.
     void setOnSweep(std::function<void()> onSweep);
+    // A tool's permission request whose bridge waits for the user's answer through `answer`.
+    void setOnRequest(std::function<void(HookEvent, EventListener::AnswerId)> onRequest);
+    // Whether bridges may wait for an answer at all.
+    void setAnswering(bool answering);
+    // Answers the bridge waiting under `id` (none: the user answered elsewhere, or nobody
+    // will); `delivered` learns whether it was still waiting.
+    void answer(EventListener::AnswerId id, std::optional<PermissionAnswer::Choice> choice,
+                std::function<void(bool delivered)> delivered = {});
 
     // Starts listening, preferring `port` (absent: any free port); `token`, when given, is
     // demanded instead of the stored bridge token. Throws EventListener::ListenerError when
@@ -73,6 +82,8 @@ private:
     std::function<void(HookEvent)> onEvent_;
     std::function<void(bool)> onStateChange_;
     std::function<void()> onSweep_;
+    std::function<void(HookEvent, EventListener::AnswerId)> onRequest_;
+    bool answering_ = false;
     QTimer rememberPort_;
     QTimer sweep_;
 };

@@ -15,11 +15,12 @@ namespace norrow {
 namespace {
 
 // The built-in values; keys not listed here read as unset until the user sets them.
-const std::array<std::pair<const char*, QVariant>, 5> builtIns{{
+const std::array<std::pair<const char*, QVariant>, 6> builtIns{{
     {SettingKey::soundStyle, QStringLiteral("voice")},
     {SettingKey::rulesEnabled, true},
     {SettingKey::minimumDuration, 20.0},
     {SettingKey::onlyIfAway, true},
+    {SettingKey::answerFromBanners, true},
     {SettingKey::hasSeenMenu, false},
 }};
 

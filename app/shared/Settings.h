@@ -18,6 +18,7 @@ inline constexpr char rulesEnabled[] = "rule.enabled";
 inline constexpr char minimumDuration[] = "rule.minimumDuration";
 inline constexpr char onlyIfAway[] = "rule.onlyIfAway";
 inline constexpr char mutedProjects[] = "rule.mutedProjects";
+inline constexpr char answerFromBanners[] = "rule.answerFromBanners";
 inline constexpr char hasSeenMenu[] = "hasSeenMenu";
 inline constexpr char listenerPort[] = "listenerPort";
 inline constexpr char bridgeTokenFallback[] = "bridgeTokenFallback";

@@ -12,6 +12,9 @@ Seconds SuppressionRules::minimumDuration() const {
 bool SuppressionRules::onlyIfAway() const {
     return settings_.boolean(SettingKey::onlyIfAway);
 }
+bool SuppressionRules::answerFromBanners() const {
+    return settings_.boolean(SettingKey::answerFromBanners);
+}
 QStringList SuppressionRules::mutedProjects() const {
     return settings_.stringList(SettingKey::mutedProjects);
 }
@@ -24,6 +27,9 @@ void SuppressionRules::setMinimumDuration(Seconds duration) {
 }
 void SuppressionRules::setOnlyIfAway(bool onlyIfAway) {
     settings_.set(SettingKey::onlyIfAway, onlyIfAway);
+}
+void SuppressionRules::setAnswerFromBanners(bool answer) {
+    settings_.set(SettingKey::answerFromBanners, answer);
 }
 
 AlertRules SuppressionRules::current() const {

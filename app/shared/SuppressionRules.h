@@ -15,11 +15,14 @@ public:
     bool enabled() const;
     Seconds minimumDuration() const;
     bool onlyIfAway() const;
+    // Whether a tool's permission request can be answered from its banner.
+    bool answerFromBanners() const;
     QStringList mutedProjects() const;
 
     void setEnabled(bool enabled);
     void setMinimumDuration(Seconds duration);
     void setOnlyIfAway(bool onlyIfAway);
+    void setAnswerFromBanners(bool answer);
 
     // The rules as they stand now.
     AlertRules current() const;
