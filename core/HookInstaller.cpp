@@ -190,7 +190,7 @@ bool isOwnEntry(const json& entry) {
 }
 
 json ownGroup(const EventHook& hook, std::string_view bridgePath) {
-    json entry = {{"type", "command"}, {"command", bridgePath}, {"timeout", timeout.count()}};
+    json entry = {{"type", "command"}, {"command", bridgePath}, {"timeout", hook.timeout.count()}};
     return {{"matcher", hook.matcher}, {"hooks", json::array({entry})}};
 }
 

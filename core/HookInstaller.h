@@ -20,6 +20,8 @@ namespace norrow::HookInstaller {
 struct EventHook {
     std::string_view event;
     std::string_view matcher;
+    // How long Claude Code lets the bridge run there.
+    std::chrono::seconds timeout{5};
 };
 
 // After a tool has run, all Norrow learns is that a question the tool asked was answered, so
@@ -36,7 +38,9 @@ inline constexpr std::string_view askingNotifications =
 inline constexpr std::array<EventHook, 11> eventHooks{{
     {"SessionStart", ""},
     {"UserPromptSubmit", ""},
-    {"PermissionRequest", ""},
+    // The bridge waits for the user's answer from the app, long enough for a person to come
+    // back to it; the client's dialog stands meanwhile.
+    {"PermissionRequest", "", std::chrono::seconds(600)},
     {"PostToolUse", askingTools},
     {"PostToolUseFailure", askingTools},
     {"Elicitation", ""},
@@ -48,8 +52,6 @@ inline constexpr std::array<EventHook, 11> eventHooks{{
 }};
 // A hook whose command is a path ending in this is ours.
 inline constexpr std::string_view marker = "/norrow/bridge";
-// How long Claude Code lets the bridge run.
-inline constexpr std::chrono::seconds timeout{5};
 
 // Whether settings.json holds Norrow's hooks: none of them, exactly the wanted ones, or some
 // that an earlier Norrow wrote (other events, matchers or bridge path).

@@ -128,7 +128,8 @@ bool constantTimeEquals(std::string_view a, std::string_view b) {
 }
 
 std::optional<Reply> refusal(const Request& request, std::string_view token) {
-    if (request.method != "POST" || request.path != "/v1/event") return Reply{404, "not found"};
+    if (request.method != "POST" || (request.path != eventPath && request.path != permissionPath))
+        return Reply{404, "not found"};
     const auto presented = request.bearerToken();
     if (!presented || !constantTimeEquals(*presented, token)) return Reply{401, "unauthorized"};
     return std::nullopt;
@@ -138,10 +139,10 @@ Decision dispatch(const Request& request, std::string_view token) {
     if (auto refused = refusal(request, token)) return {std::move(*refused), {}, false};
     auto event = HookEvent::decode(request.body);
     if (!event) return {{422, "undecodable event"}, {}, false};
-    const auto await = request.headers.find(std::string(awaitHeader));
-    const bool awaits = await != request.headers.end() && await->second == awaitAnswer &&
-                        PermissionAnswer::offered(*event);
-    return {{200, "ok"}, std::move(event), awaits};
+    // A bridge waiting for an answer prints the body it gets: none unless it is the answer.
+    if (request.path == permissionPath)
+        return {{200, ""}, std::move(event), PermissionAnswer::offered(*event)};
+    return {{200, "ok"}, std::move(event), false};
 }
 
 std::optional<Decision> answer(std::string_view received, std::string_view token,

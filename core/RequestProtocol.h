@@ -47,10 +47,10 @@ struct Reply {
     static std::string_view reasonPhrase(int status);
 };
 
-// The header with which the bridge asks to wait on the connection for the user's answer to
-// a permission request, and its value.
-inline constexpr std::string_view awaitHeader = "x-norrow-await";
-inline constexpr std::string_view awaitAnswer = "answer";
+// Where the bridge posts events, and where it posts a permission request that it waits on
+// for the user's answer: the reply's body is then the hook's output, or empty.
+inline constexpr std::string_view eventPath = "/v1/event";
+inline constexpr std::string_view permissionPath = "/v1/permission";
 
 // The answer to one complete request, and the event to deliver after it.
 struct Decision {

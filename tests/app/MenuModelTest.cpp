@@ -11,10 +11,17 @@ namespace {
 using namespace std::chrono_literals;
 
 // In the order of MenuAction.
-constexpr const char* actionNames[] = {
-    "returnToSession", "runInstall",  "runUninstall",          "copyManualInstructions",
-    "chooseSound",     "toggleRules", "chooseMinimumDuration", "toggleOnlyIfAway",
-    "openDownload",    "quit"};
+constexpr const char* actionNames[] = {"returnToSession",
+                                       "runInstall",
+                                       "runUninstall",
+                                       "copyManualInstructions",
+                                       "chooseSound",
+                                       "toggleRules",
+                                       "chooseMinimumDuration",
+                                       "toggleOnlyIfAway",
+                                       "toggleAnswerFromBanners",
+                                       "openDownload",
+                                       "quit"};
 
 // One line per item: "[x]" when checked, "(off)" when disabled, the title, then the action
 // and the value it works on, the tool tip and the key; submenus indented.
@@ -72,6 +79,8 @@ const std::vector<std::string> defaultSoundAndRules = {
     "    30 seconds => chooseMinimumDuration(30)",
     "    60 seconds => chooseMinimumDuration(60)",
     "  [x] Only when I have switched to another app => toggleOnlyIfAway",
+    "  ---",
+    "  [x] Answer permissions from banners => toggleAnswerFromBanners",
     "---",
     "(off) Norrow 1.4.0",
 };
@@ -140,10 +149,11 @@ TEST(MenuModelTest, RulesOffDisableTheirChoicesButKeepTheirCheckMarks) {
     MenuState state = listeningState();
     state.rulesEnabled = false;
     state.minimumDuration = 60;
+    state.answerFromBanners = false;
     const auto menu = lines(state);
     const auto rules = std::find(menu.begin(), menu.end(), "When to interrupt");
     ASSERT_NE(rules, menu.end());
-    EXPECT_EQ(std::vector<std::string>(rules, rules + 11),
+    EXPECT_EQ(std::vector<std::string>(rules, rules + 13),
               (std::vector<std::string>{
                   "When to interrupt",
                   "  Use these rules => toggleRules",
@@ -156,6 +166,8 @@ TEST(MenuModelTest, RulesOffDisableTheirChoicesButKeepTheirCheckMarks) {
                   "    (off) 30 seconds => chooseMinimumDuration(30)",
                   "    [x] (off) 60 seconds => chooseMinimumDuration(60)",
                   "  [x] (off) Only when I have switched to another app => toggleOnlyIfAway",
+                  "  ---",
+                  "  Answer permissions from banners => toggleAnswerFromBanners",
               }));
 }
 

@@ -83,10 +83,12 @@ TEST(HooksCommands, ConcurrentInstallsLeaveOneSetOfHooksAndNoTemporaryFiles) {
         test::contents(std::filesystem::path(NORROW_CORPUS_DIR) / "settings/0014.json");
     test::put(claude / "settings.json", original);
     BridgeConfig::write(4711, "token", BridgeConfig::location(claude));
+    // Only the shell writes to the output, one process's status after another: writers
+    // sharing one file's offset could write over each other.
     const std::string script = "for i in 1 2 3 4 5 6; do\n"
-                               "  ( \"$0\" hooks install --claude-folder \"$1\" 2>&1 >/dev/null;"
-                               " echo \"exit $?\" ) &\n"
-                               "done\nwait\n";
+                               "  \"$0\" hooks install --claude-folder \"$1\" >/dev/null 2>&1 &\n"
+                               "  started=\"$started $!\"\n"
+                               "done\nfor job in $started; do wait $job; echo \"exit $?\"; done\n";
     const auto result =
         test::run({"sh", "-c", script, NORROWCTL, claude.string()}, "",
                   {{"HOME", top.path().string()}, {"XDG_CONFIG_HOME", (top / ".config").string()}});

@@ -23,13 +23,13 @@ template <typename Operation> std::string failure(Operation operation) {
 
 TEST(HookInstaller, InstallsIntoAnEmptyObjectInTheHandFormattedLayout) {
     std::string entries;
-    for (const auto& [event, matcher] : HookInstaller::eventHooks)
+    for (const auto& [event, matcher, timeout] : HookInstaller::eventHooks)
         entries += std::string(entries.empty() ? "" : ",\n") + "    \"" + std::string(event) +
                    "\": [\n      {\n        \"matcher\": \"" + std::string(matcher) +
                    "\",\n        \"hooks\": [\n          {\n            \"type\": \"command\",\n"
                    "            \"command\": \"" +
-                   bridge +
-                   "\",\n            \"timeout\": 5\n          }\n        ]\n      }\n    ]";
+                   bridge + "\",\n            \"timeout\": " + std::to_string(timeout.count()) +
+                   "\n          }\n        ]\n      }\n    ]";
     EXPECT_EQ(HookInstaller::planInstall("{}", bridge),
               (Plan{"{\n  \"hooks\": {\n" + entries + "\n  }\n}", false, 0}));
 }
