@@ -140,8 +140,10 @@ Decision dispatch(const Request& request, std::string_view token) {
     auto event = HookEvent::decode(request.body);
     if (!event) return {{422, "undecodable event"}, {}, false};
     // A bridge waiting for an answer prints the body it gets: none unless it is the answer.
-    if (request.path == permissionPath)
-        return {{200, ""}, std::move(event), PermissionAnswer::offered(*event)};
+    if (request.path == permissionPath) {
+        const bool offered = PermissionAnswer::offered(*event);
+        return {{200, ""}, std::move(event), offered};
+    }
     return {{200, "ok"}, std::move(event), false};
 }
 

@@ -8,6 +8,7 @@
 #include <deque>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <map>
 #include <poll.h>
 #include <set>
 #include <sys/resource.h>
@@ -351,6 +352,78 @@ TEST_F(EventListenerTest, CanBeDroppedWhileServing) {
         for (auto& client : clients)
             client.join();
     }
+}
+
+std::string permissionRequest(const std::string& tool, const std::string& session,
+                              const std::string& token = kToken) {
+    const std::string body = R"({"hook_event_name":"PermissionRequest","session_id":")" + session +
+                             R"(","tool_name":")" + tool + R"(","tool_input":{"command":"ls"}})";
+    return "POST /v1/permission HTTP/1.1\r\nAuthorization: Bearer " + token +
+           "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+// A bridge waiting for the user's answer gets its own answer once and nothing else: not
+// another request's, not a replay, not an answer without the token. A thousand of them
+// waiting past the connections' cap and deadline hold up no ordinary event, and all go
+// without an answer when the listener stops.
+TEST_F(EventListenerTest, AWaitingPermissionRequestGetsOnlyItsOwnAnswer) {
+    rlimit saved{};
+    ::getrlimit(RLIMIT_NOFILE, &saved);
+    const rlimit roomy{std::min<rlim_t>(saved.rlim_max, 4096), saved.rlim_max};
+    if (roomy.rlim_cur < 2500)
+        GTEST_SKIP() << "needs 2,500 open files, may have " << roomy.rlim_cur;
+    ::setrlimit(RLIMIT_NOFILE, &roomy);
+    std::map<std::string, EventListener::AnswerId> waiting;
+    create(post);
+    listener->setOnRequest([&](HookEvent event, EventListener::AnswerId id) {
+        waiting.emplace(event.sessionId.value_or(""), id);
+    });
+    listener->setAnswering(true);
+    const std::uint16_t port = start();
+    const auto reply = [](const std::string& body) {
+        return RequestProtocol::Reply{200, body}.bytes();
+    };
+    const std::string refused = RequestProtocol::Reply{401, "unauthorized"}.bytes();
+
+    // What cannot be answered from a banner is answered at once, and without the token not at all.
+    EXPECT_EQ(roundTrip(port, permissionRequest("AskUserQuestion", "q")), reply(""));
+    EXPECT_EQ(roundTrip(port, permissionRequest("Bash", "t", "guess")), refused);
+
+    // In bursts of fifty, well under the cap of connections still being read.
+    std::deque<Client> clients;
+    for (int i = 0; i < 1000; ++i) {
+        clients.emplace_back(port).send(permissionRequest("Bash", std::to_string(i)));
+        if (i % 50 == 49) {
+            ASSERT_TRUE(runUntil([&] { return waiting.size() == clients.size(); }));
+        }
+    }
+    EXPECT_EQ(events.size(), 1u); // the question
+
+    std::this_thread::sleep_for(EventListener::deadline);
+    const auto second = std::chrono::steady_clock::now() + 1s;
+    Client ordinary(port);
+    ordinary.send(stopEvent("s"));
+    EXPECT_EQ(ordinary.readUntilClosed(second), kOkReply);
+    EXPECT_TRUE(runUntil([&] { return events.size() == 2; }, 1s));
+
+    const auto answer = [&](const std::string& session, const std::string& output) {
+        std::optional<bool> delivered;
+        listener->answer(waiting.at(session), output, [&](bool d) { delivered = d; });
+        runUntil([&] { return delivered.has_value(); });
+        return delivered.value_or(false);
+    };
+    EXPECT_TRUE(answer("7", "allow 7"));
+    EXPECT_EQ(clients[7].readUntilClosed(std::chrono::steady_clock::now() + 1s), reply("allow 7"));
+    EXPECT_FALSE(answer("7", "allow 7 again"));
+    EXPECT_EQ(clients[8].readUntilClosed(std::chrono::steady_clock::now() + 100ms), std::nullopt);
+
+    listener->stop();
+    for (std::size_t i = 0; i < clients.size(); ++i) {
+        if (i == 7) continue;
+        EXPECT_EQ(clients[i].readUntilClosed(std::chrono::steady_clock::now() + 2s), reply(""))
+            << i;
+    }
+    ::setrlimit(RLIMIT_NOFILE, &saved);
 }
 
 } // namespace
