@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 
 namespace norrow {
@@ -335,6 +336,60 @@ TEST_F(BannerTest, AShortSummaryKeepsTheLeastHeightAndALongOneIsCutToFourLines) 
     EXPECT_EQ(longPlace->width, 344);
     // The short one sits below the tall one.
     EXPECT_EQ(shortPlace->y, longPlace->y + longPlace->height + 8);
+}
+
+// A tool's permission request as the bridge posts it to wait for the answer: curl prints
+// what the listener answers, and a line feed once it has.
+std::unique_ptr<test::Process> awaitAnswer(AppController& app, const std::string& session) {
+    const std::string body = R"({"hook_event_name":"PermissionRequest","session_id":")" + session +
+                             R"(","cwd":"/work/api","tool_name":"Bash","tool_input":)"
+                             R"({"command":"npm test","description":"Run the tests"}})";
+    const auto config = (fs::temp_directory_path() / ("norrow-answer-" + session)).string();
+    std::ofstream(config) << "header = \"Authorization: Bearer " << app.host().token() << "\"\n";
+    return std::make_unique<test::Process>(std::vector<std::string>{
+        "curl", "-s", "-w", "\\n", "-K", config, "--data-binary", body,
+        "http://127.0.0.1:" + std::to_string(*app.host().port()) + "/v1/permission"});
+}
+
+// Only a press on a banner's own button answers, and only the request it shows; the banner
+// takes no keyboard meanwhile, and the session answering in the terminal lets the bridge go.
+TEST_F(BannerTest, APermissionBannerAnswersByAPressOnItsButtonsAndOnlyThen) {
+    const std::string allow = PermissionAnswer::hookOutput(PermissionAnswer::Choice::allow);
+    const std::string deny = PermissionAnswer::hookOutput(PermissionAnswer::Choice::deny);
+    for (const auto& [session, choice, output] :
+         {std::tuple{"a1", std::optional(PermissionAnswer::Choice::allow), allow},
+          std::tuple{"d2", std::optional(PermissionAnswer::Choice::deny), deny},
+          std::tuple{"t3", std::optional<PermissionAnswer::Choice>(), std::string()}}) {
+        SCOPED_TRACE(session);
+        const auto curl = awaitAnswer(*app, session);
+        ASSERT_TRUE(showing(1));
+        Banner* banner = app->banners().banners().front();
+        ASSERT_TRUE(banner->content().offersChoices());
+        EXPECT_EQ(banner->content().toolTip(), QStringLiteral("Allow Bash: npm test"));
+        const auto place = restingPlace(banner, app->banners().places().front());
+        ASSERT_TRUE(place);
+        // A press beside the buttons is no answer, and the banner stands until there is one.
+        EXPECT_EQ(clock.running(Banner::lifetime), 0);
+        if (choice) {
+            test::settle([] { return false; }, 1200ms);
+            const QRect button = banner->content().choiceRect(*choice);
+            click({place->x + button.x(), place->y + button.y(), button.width(), button.height()});
+            EXPECT_TRUE(test::settle([&] { return !banner->content().offersChoices(); }));
+            EXPECT_EQ(clock.fire(Banner::decisionLinger), 1);
+        } else {
+            const std::string ran =
+                R"({"hook_event_name":"PostToolUse","session_id":")" + std::string(session) + "\"}";
+            test::run({"curl", "-s", "-K", "-", "--data-binary", ran,
+                       "http://127.0.0.1:" + std::to_string(*app->host().port()) + "/v1/event"},
+                      "header = \"Authorization: Bearer " + app->host().token() + "\"\n");
+            ASSERT_TRUE(test::settle([&] { return banner->dismissed(); }));
+        }
+        EXPECT_EQ(curl->readLine(5s), output);
+        EXPECT_EQ(curl->stop(SIGTERM), 0);
+        clock.fire(Banner::fadeOutDuration);
+        ASSERT_TRUE(test::settle([&] { return app->banners().banners().empty(); }));
+        pointAt(100, 600);
+    }
 }
 
 } // namespace
