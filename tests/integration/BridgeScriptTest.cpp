@@ -1,4 +1,6 @@
 #include "core/AppVersion.h"
+#include "core/PermissionAnswer.h"
+#include "core/RequestProtocol.h"
 #include "support/Files.h"
 #include "support/Process.h"
 #include "support/Sockets.h"
@@ -53,18 +55,24 @@ public:
                               << R"(,"token":")" << token << "\"}";
     }
 
-    // The body of the next request; "{}" when none comes within five seconds.
-    std::string body() {
+    // The body of the next request; "{}" when none comes within five seconds. It is answered
+    // with `reply`.
+    std::string body(std::string_view reply = "HTTP/1.1 204 No Content\r\n\r\n") {
         pollfd ready{acceptor_.native_handle(), POLLIN, 0};
         if (::poll(&ready, 1, 5000) <= 0) return "{}";
         asio::ip::tcp::socket socket = acceptor_.accept();
-        asio::write(socket, asio::buffer(std::string_view("HTTP/1.1 204 No Content\r\n\r\n")));
+        asio::write(socket, asio::buffer(reply));
         const std::string request =
             test::readUntilClosed(socket.native_handle(), std::chrono::steady_clock::now() + 5s)
                 .value_or("");
+        path =
+            request.substr(request.find(' ') + 1, request.find(" HTTP/") - request.find(' ') - 1);
         const auto end = request.find("\r\n\r\n");
         return end == std::string::npos ? "{}" : request.substr(end + 4);
     }
+
+    // Where the last request went.
+    std::string path;
 
 private:
     asio::io_context io_;
@@ -324,6 +332,33 @@ TEST_F(BridgeScriptTest, StaysQuietWithoutTheAppAndKeepsTheTokenOutOfSight) {
         }
     }
     EXPECT_GT(seen, 0);
+}
+
+// A permission request waits at its own address and prints the app's answer, exactly, and
+// nothing else: not an empty answer, not an older app's refusal, and no other event prints.
+TEST_F(BridgeScriptTest, PrintsOnlyTheAnswerTheAppGivesAPermissionRequest) {
+    server.reset();
+    sink.emplace(claude / "norrow/config.json");
+    const std::string allow = PermissionAnswer::hookOutput(PermissionAnswer::Choice::allow);
+    const auto reply = [](int status, const std::string& body) {
+        return RequestProtocol::Reply{status, body}.bytes();
+    };
+    const std::string request = payload("0066", "ask"), stop = payload("0004", "ask");
+    const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
+        {request, reply(200, allow), "/v1/permission", allow},
+        {request, reply(200, ""), "/v1/permission", ""},
+        {request, reply(404, "not found"), "/v1/permission", ""},
+        {stop, reply(200, allow), "/v1/event", ""},
+    };
+    for (const auto& [body, answer, path, printed] : cases) {
+        auto taken =
+            std::async(std::launch::async, [&, answer = answer] { return sink->body(answer); });
+        const auto result = test::run({(claude / "norrow/bridge").string()}, body, environment);
+        taken.get();
+        EXPECT_EQ(sink->path, path);
+        EXPECT_EQ(result.out, printed) << answer;
+        EXPECT_EQ(result.status, 0);
+    }
 }
 
 } // namespace
