@@ -4,17 +4,21 @@
 //      alone and while 1,000 idle, dripping or unauthenticated half-sent connections are
 //      held open;
 //  (2) the server's peak resident memory (VmHWM) once 1,000 clients have each sent most of
-//      a 1 MB body, without the token and with it.
+//      a 1 MB body, without the token and with it;
+//  (3) time for a real event while 1,000 permission requests wait for the user's answer (the
+//      listener in this process, answering on, as in the desktop app).
 // Prints plain figures; nothing is enforced.
 //
 //   bench_listener    (BENCH_TRIALS, default 20; BENCH_HOSTILE, default 1000; NORROWCTL, the
 //                     server to measure, default the one built beside this benchmark)
 #include "Percentile.h"
+#include "service/EventListener.h"
 #include "support/Process.h"
 #include "support/Sockets.h"
 #include "support/TempDir.h"
 
 #include <arpa/inet.h>
+#include <asio.hpp>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -263,6 +267,58 @@ void measureMemory(int clients, const std::string& bearer, const std::string& la
 
 } // namespace
 
+// The listener as the desktop app runs it, with its "main thread" here, while `waiting`
+// permission requests wait for an answer that never comes.
+void timeEventsWhileRequestsWait(const std::string& payload, int trials, int waiting) {
+    asio::io_context main;
+    auto work = asio::make_work_guard(main);
+    std::thread mainThread([&] { main.run(); });
+    std::atomic<int> requests = 0;
+    auto listener = norrow::EventListener::create(
+        token, [&](std::function<void()> task) { asio::post(main, std::move(task)); });
+    std::atomic<std::uint16_t> port = 0;
+    listener->setOnStateChange([&](bool) { port = listener->port().value_or(0); });
+    listener->setOnEvent([](norrow::HookEvent) {});
+    listener->setOnRequest([&](norrow::HookEvent, norrow::EventListener::AnswerId) { ++requests; });
+    listener->setAnswering(true);
+    listener->start(std::nullopt);
+    while (port == 0)
+        std::this_thread::sleep_for(1ms);
+    const std::string body = R"({"hook_event_name":"PermissionRequest","session_id":"s",)"
+                             R"("tool_name":"Bash","tool_input":{"command":"ls"}})";
+    std::string request = requestHead(token, body.size()) + body;
+    request.replace(request.find("/v1/event"), 9, "/v1/permission");
+    std::vector<int> fds;
+    for (int i = 0; i < waiting; ++i) {
+        fds.push_back(connectTo(port));
+        sendAll(fds.back(), request);
+        // In bursts well under the cap of connections still being read.
+        while (i % 50 == 49 && requests < i + 1)
+            std::this_thread::sleep_for(1ms);
+    }
+    std::vector<double> samples;
+    int missed = 0;
+    for (int trial = 0; trial < trials; ++trial) {
+        const auto start = Clock::now();
+        const int fd = connectTo(port);
+        sendAll(fd, requestHead(token, payload.size()) + payload);
+        const auto reply = norrow::test::readUntilClosed(fd, start + eventTimeout);
+        ::close(fd);
+        if (reply && reply->starts_with("HTTP/1.1 200"))
+            samples.push_back(milliseconds(Clock::now() - start));
+        else
+            ++missed;
+    }
+    report("  with " + std::to_string(requests.load()) + " permission requests waiting", samples,
+           missed);
+    listener->stop();
+    for (const int fd : fds)
+        ::close(fd);
+    listener.reset();
+    work.reset();
+    mainThread.join();
+}
+
 int main() {
     const int trials = envOr("BENCH_TRIALS", 20);
     const int hostile = envOr("BENCH_HOSTILE", 1000);
@@ -274,6 +330,7 @@ int main() {
             Server server(home);
             timeEvents(server, payload, trials, hostile);
         }
+        timeEventsWhileRequestsWait(payload, trials, hostile);
         measureMemory(hostile, "guess", "unauthenticated partial 1 MB bodies");
         measureMemory(hostile, token, "authenticated partial 1 MB bodies");
     } catch (const std::exception& e) {
