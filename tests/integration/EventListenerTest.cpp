@@ -77,6 +77,28 @@ std::string roundTrip(std::uint16_t port, std::string_view bytes, std::size_t ch
     return client.readAll();
 }
 
+// Room for both ends of a few thousand connections, all in this process, for as long as it
+// lives; false when the hard limit leaves too little.
+class RoomForConnections {
+public:
+    RoomForConnections() {
+        ::getrlimit(RLIMIT_NOFILE, &saved_);
+        const rlimit roomy{std::min<rlim_t>(saved_.rlim_max, 4096), saved_.rlim_max};
+        limit_ = roomy.rlim_cur;
+        if (*this) ::setrlimit(RLIMIT_NOFILE, &roomy);
+    }
+    ~RoomForConnections() { ::setrlimit(RLIMIT_NOFILE, &saved_); }
+    RoomForConnections(const RoomForConnections&) = delete;
+    RoomForConnections& operator=(const RoomForConnections&) = delete;
+
+    explicit operator bool() const { return limit_ >= 2500; }
+    rlim_t limit() const { return limit_; }
+
+private:
+    rlimit saved_{};
+    rlim_t limit_ = 0;
+};
+
 // The test thread stands in for the application's main thread, running what the listener posts.
 class EventListenerTest : public ::testing::Test {
 protected:
@@ -199,13 +221,8 @@ TEST_F(EventListenerTest, SizeGuardComesBeforeParsing) {
 // one: a real event still goes through at once, and every hostile connection is answered or
 // cut off by its deadline.
 TEST_F(EventListenerTest, ARealEventGoesThroughHostileConnections) {
-    rlimit saved{};
-    ::getrlimit(RLIMIT_NOFILE, &saved);
-    // Both ends of every connection live in this process.
-    const rlimit roomy{std::min<rlim_t>(saved.rlim_max, 4096), saved.rlim_max};
-    if (roomy.rlim_cur < 2500)
-        GTEST_SKIP() << "needs 2,500 open files, may have " << roomy.rlim_cur;
-    ::setrlimit(RLIMIT_NOFILE, &roomy);
+    const RoomForConnections room;
+    if (!room) GTEST_SKIP() << "needs 2,500 open files, may have " << room.limit();
     const std::uint16_t port = start();
     const std::string payload =
         test::contents(std::filesystem::path(NORROW_CORPUS_DIR) / "hook-payloads/0004.json");
@@ -259,7 +276,6 @@ TEST_F(EventListenerTest, ARealEventGoesThroughHostileConnections) {
     for (auto* group : {&idle, &dripping, &unauthenticated})
         for (auto& client : *group)
             EXPECT_EQ(client.readUntilClosed(deadline), group == &unauthenticated ? refused : "");
-    ::setrlimit(RLIMIT_NOFILE, &saved);
 }
 
 TEST_F(EventListenerTest, FallsBackOnceFromABusyPortAndReportsStop) {
@@ -367,12 +383,8 @@ std::string permissionRequest(const std::string& tool, const std::string& sessio
 // waiting past the connections' cap and deadline hold up no ordinary event, and all go
 // without an answer when the listener stops.
 TEST_F(EventListenerTest, AWaitingPermissionRequestGetsOnlyItsOwnAnswer) {
-    rlimit saved{};
-    ::getrlimit(RLIMIT_NOFILE, &saved);
-    const rlimit roomy{std::min<rlim_t>(saved.rlim_max, 4096), saved.rlim_max};
-    if (roomy.rlim_cur < 2500)
-        GTEST_SKIP() << "needs 2,500 open files, may have " << roomy.rlim_cur;
-    ::setrlimit(RLIMIT_NOFILE, &roomy);
+    const RoomForConnections room;
+    if (!room) GTEST_SKIP() << "needs 2,500 open files, may have " << room.limit();
     std::map<std::string, EventListener::AnswerId> waiting;
     create(post);
     listener->setOnRequest([&](HookEvent event, EventListener::AnswerId id) {
@@ -423,7 +435,6 @@ TEST_F(EventListenerTest, AWaitingPermissionRequestGetsOnlyItsOwnAnswer) {
         EXPECT_EQ(clients[i].readUntilClosed(std::chrono::steady_clock::now() + 2s), reply(""))
             << i;
     }
-    ::setrlimit(RLIMIT_NOFILE, &saved);
 }
 
 } // namespace
