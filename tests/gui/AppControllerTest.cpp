@@ -1,6 +1,7 @@
 #include "app/AppController.h"
 
 #include "GuiSupport.h"
+#include "app/BannerContentView.h"
 #include "app/NetworkTransport.h"
 #include "app/platform/Desktop.h"
 #include "core/BridgeConfig.h"
@@ -106,6 +107,8 @@ TEST_F(AppControllerTest, ListensPublishesTheConfigAndOpensTheMenuOnTheFirstLaun
 
 TEST_F(AppControllerTest, SetsUpClaudeCodeFollowsASessionThroughTheBridgeAndRemovesItAgain) {
     settings.set(SettingKey::rulesEnabled, false);
+    // Answered from the terminal only, so the bridge does not wait on the request.
+    settings.set(SettingKey::answerFromBanners, false);
     auto app = startApp();
     std::vector<EventHandler::Alert> alerts;
     QObject::connect(app.get(), &AppController::alerted,
@@ -139,6 +142,7 @@ TEST_F(AppControllerTest, SetsUpClaudeCodeFollowsASessionThroughTheBridgeAndRemo
     ASSERT_TRUE(test::settle([&] { return alerts.size() == 1; }));
     EXPECT_EQ(alerts[0].result.text, "Allow Bash: npm test");
     ASSERT_EQ(app->banners().banners().size(), 1u);
+    EXPECT_FALSE(app->banners().banners().front()->content().offersChoices());
     EXPECT_TRUE(test::settle([&] { return app->statusMenu().badge(); }));
     EXPECT_TRUE(titles(app->statusMenu().menu())[1].starts_with("api  \u00b7  needs you  \u00b7  "))
         << testing::PrintToString(titles(app->statusMenu().menu()));
