@@ -4,6 +4,7 @@
 #include "support/Files.h"
 
 #include <fstream>
+#include <regex>
 
 namespace norrow::test {
 namespace fs = std::filesystem;
@@ -59,7 +60,8 @@ json loggingHooks(const fs::path& script) {
 
 AgentSession::AgentSession(const fs::path& program, Options options)
     : home_(folder_ / "home"), project_(folder_ / "project"), hookLog_(folder_ / "hooks.log"),
-      api_(options.script, folder_.path()), program_(program), options_(std::move(options)) {
+      debugLog_(folder_ / "client-debug.log"), api_(options.script, folder_.path()),
+      program_(program), options_(std::move(options)) {
     fs::create_directories(home_ / ".claude");
     fs::create_directories(project_);
     fs::create_directories(folder_ / "tmp");
@@ -104,6 +106,7 @@ AgentSession::AgentSession(const fs::path& program, Options options)
 bool AgentSession::start(std::chrono::milliseconds timeout) {
     std::vector<std::string> argv = {program_.string()};
     argv.insert(argv.end(), options_.arguments.begin(), options_.arguments.end());
+    argv.insert(argv.end(), {"--debug-file", debugLog_.string()});
     terminal_ =
         std::make_unique<Terminal>(argv, Terminal::Options{folder_.path(), project_, environment_});
     return terminal_->waitFor("\u276f", timeout);
@@ -111,8 +114,15 @@ bool AgentSession::start(std::chrono::milliseconds timeout) {
 
 void AgentSession::submit(const std::string& prompt) {
     terminal_->type(prompt);
-    // Enter before the text is shown would be taken as part of a paste.
-    terminal_->waitFor("\u276f " + prompt, std::chrono::seconds(10));
+    // Enter before the text is shown would be taken as part of a paste. After a turn the
+    // client puts a no-break space after its prompt sign.
+    eventually(
+        [&] {
+            const std::string screen = terminal_->screen();
+            return screen.find("\u276f " + prompt) != std::string::npos ||
+                   screen.find("\u276f\u00a0" + prompt) != std::string::npos;
+        },
+        std::chrono::seconds(10));
     terminal_->press({"Enter"});
 }
 
@@ -130,6 +140,23 @@ std::vector<HookCall> AgentSession::hookCalls() const {
                          json::parse(line.substr(space + 1), nullptr, false)});
     }
     return calls;
+}
+
+std::vector<HookRun> AgentSession::hookRuns() const {
+    // "… [DEBUG] Hooks: PreToolUse:Bash [/path/to/hook] finished with status 0 (41ms)"; a
+    // hook the client does not wait for, such as a notification's, goes without "Hooks: "
+    // and the time: "… [DEBUG] Notification:permission_prompt [/path/to/hook] completed …".
+    static const std::regex finished(
+        R"(\[DEBUG\] (?:Hooks: )?([A-Za-z]+)(?::[^\[]*)? \[(.*)\] )"
+        R"((?:finished|completed) with status -?\d+(?: \((\d+)ms\))?)");
+    std::vector<HookRun> runs;
+    std::ifstream in(debugLog_);
+    std::smatch match;
+    for (std::string line; std::getline(in, line);)
+        if (std::regex_search(line, match, finished))
+            runs.push_back({match[1], match[2],
+                            match[3].matched ? std::optional(std::stoi(match[3])) : std::nullopt});
+    return runs;
 }
 
 bool AgentSession::waitForHook(const std::string& event, std::chrono::milliseconds timeout) const {
@@ -151,6 +178,10 @@ std::string AgentSession::diagnostics() const {
     text += "hook calls:\n";
     for (const auto& call : hookCalls())
         text += call.event() + "\n";
+    text += "hook runs finished:\n";
+    for (const auto& run : hookRuns())
+        text += run.event + " [" + run.command + "] " +
+                (run.milliseconds ? std::to_string(*run.milliseconds) + " ms" : "") + "\n";
     return text;
 }
 

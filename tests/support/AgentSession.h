@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,13 @@ struct HookCall {
     std::int64_t milliseconds = 0; // since the epoch
     nlohmann::json payload;
     std::string event() const { return payload.value("hook_event_name", ""); }
+};
+
+// One run of a command hook, as the client's debug log tells it once the hook has finished.
+struct HookRun {
+    std::string event; // without the query it matched, such as the tool's name
+    std::string command;
+    std::optional<int> milliseconds; // how long it took, for a hook the client waits for
 };
 
 // A real Claude Code in a terminal, with a home folder of its own in which it is set up and
@@ -62,6 +70,9 @@ public:
     bool waitForHook(const std::string& event,
                      std::chrono::milliseconds timeout = std::chrono::seconds(30)) const;
 
+    // Hook runs finished so far, in the order they finished.
+    std::vector<HookRun> hookRuns() const;
+
     const std::filesystem::path& home() const { return home_; }
     std::filesystem::path claudeFolder() const { return home_ / ".claude"; }
     const std::filesystem::path& project() const { return project_; }
@@ -75,6 +86,7 @@ private:
     std::filesystem::path home_;
     std::filesystem::path project_;
     std::filesystem::path hookLog_;
+    std::filesystem::path debugLog_;
     MessagesApi api_;
     std::filesystem::path program_;
     Options options_;

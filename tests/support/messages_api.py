@@ -20,8 +20,10 @@ alone, the client's retries and side calls never shift it.
 
 A reply is {"text": ...}, {"tool_use": {"name", "input"}} or a list of them under "tool_uses"
 (with an optional "text" before them), or {"status": 529} for an HTTP error; "delay" waits that
-many seconds first. Every request is logged as one JSON line: path, model, stream, whether it
-was the conversation, the reply's kind, and the last user message's text.
+many seconds first. In a tool's input, "{plan_file}" stands for the plan file that the client
+names in plan mode, where a model writes its plan before asking to leave plan mode. Every
+request is logged as one JSON line: path, model, stream, whether it was the conversation, the
+reply's kind, and the last user message's text.
 """
 
 import argparse
@@ -30,6 +32,7 @@ import itertools
 import json
 import os
 import pathlib
+import re
 import threading
 import time
 
@@ -43,6 +46,10 @@ ERROR_TYPES = {
     500: "api_error",
     529: "overloaded_error",
 }
+
+
+# Where the client's plan-mode reminder tells the model to keep its plan.
+PLAN_FILE = re.compile(r'/[^\s"\\]+/plans/[^\s/"\\]+\.md')
 
 
 def blocks(message):
@@ -113,7 +120,7 @@ class Replies:
     ids = itertools.count(1)
 
     @classmethod
-    def content(cls, reply):
+    def content(cls, reply, request):
         content = [{"type": "text", "text": reply["text"]}] if "text" in reply else []
         for use in tool_uses(reply):
             content.append(
@@ -121,7 +128,7 @@ class Replies:
                     "type": "tool_use",
                     "id": "toolu_stand_in_%06d" % next(cls.ids),
                     "name": use["name"],
-                    "input": use.get("input", {}),
+                    "input": with_plan_file(use.get("input", {}), request),
                 }
             )
         return content or [{"type": "text", "text": ""}]
@@ -143,6 +150,15 @@ class Replies:
                 "cache_read_input_tokens": 0,
             },
         }
+
+
+def with_plan_file(value, request):
+    """`value` with "{plan_file}" in its strings replaced by the plan file the request names."""
+    text = json.dumps(value)
+    if "{plan_file}" not in text:
+        return value
+    named = PLAN_FILE.findall(json.dumps(request))
+    return json.loads(text.replace("{plan_file}", named[-1] if named else ""))
 
 
 def stream_events(message):
@@ -253,7 +269,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             kind = ERROR_TYPES.get(status, "api_error")
             error = {"type": "error", "error": {"type": kind, "message": reply.get("message", kind)}}
             return self.send_json(status, error, [("x-should-retry", "true")])
-        message = Replies.message(request.get("model", "stand-in"), Replies.content(reply))
+        message = Replies.message(request.get("model", "stand-in"), Replies.content(reply, request))
         if not request.get("stream"):
             return self.send_json(200, message)
         self.send_response(200)
