@@ -64,8 +64,10 @@ EventHandler::Outcome EventHandler::handle(const HookEvent& event,
     const bool repeat = repeatsAnnouncedEnd(event);
     names_.remember(event);
     if (event.sessionId && !repeat) announcedEnds_.erase(*event.sessionId);
+    adoptQueued(event);
     const Outcome answered = answer(event, frontmostNow, now);
     Outcome outcome = dispatch(event, frontmostNow, now, rules);
+    startQueued(event, frontmostNow, now);
     outcome.menuChanged = outcome.menuChanged || answered.menuChanged;
     if (!outcome.withdrawn) outcome.withdrawn = answered.withdrawn;
     if (repeat) outcome.alert.reset();
@@ -83,6 +85,8 @@ EventHandler::Outcome EventHandler::answer(const HookEvent& event,
     if (!event.sessionId || !endsAWait(event.hookEventName)) return {};
     const auto node = waiting_.extract(*event.sessionId);
     if (!node) return {};
+    if (node.mapped().requested)
+        answered_.insert_or_assign(*event.sessionId, node.mapped().promptId);
     // From here the agent works again, watched from wherever the user answered.
     if (answersTheDialog(event.hookEventName))
         turns_.restart(node.mapped().promptId ? node.mapped().promptId : event.promptId,
@@ -130,6 +134,13 @@ EventHandler::Outcome EventHandler::dispatch(const HookEvent& event,
 
 void EventHandler::begin(const HookEvent& event, const std::optional<std::string>& frontmostNow,
                          TimePoint now) {
+    if (event.sessionId) answered_.erase(*event.sessionId);
+    // The client announces a prompt typed while the agent works under the running turn's id.
+    if (event.sessionId && turns_.peek(event.promptId) && !event.continuesBackgroundWork()) {
+        queued_.insert_or_assign(*event.sessionId, Queued{});
+        return;
+    }
+    if (event.sessionId) queued_.erase(*event.sessionId);
     const auto left = event.sessionId ? backgroundTurns_.extract(*event.sessionId)
                                       : decltype(backgroundTurns_)::node_type();
     // The client's own prompt that background work ended carries on the turn that left it;
@@ -146,15 +157,37 @@ void EventHandler::begin(const HookEvent& event, const std::optional<std::string
     turns_.begin(event, frontmostNow, now);
 }
 
+void EventHandler::startQueued(const HookEvent& event,
+                               const std::optional<std::string>& frontmostNow, TimePoint now) {
+    const bool ended =
+        event.hookEventName == Name::stop || event.hookEventName == Name::stopFailure;
+    if (!ended || event.agentId || !event.sessionId) return;
+    const auto queued = queued_.find(*event.sessionId);
+    if (queued != queued_.end() && !queued->second.since)
+        queued->second = Queued{now, frontmostNow};
+}
+
+void EventHandler::adoptQueued(const HookEvent& event) {
+    if (!event.sessionId || !event.promptId || event.hookEventName == Name::userPromptSubmit)
+        return;
+    const auto queued = queued_.find(*event.sessionId);
+    if (queued == queued_.end() || !queued->second.since || turns_.peek(event.promptId)) return;
+    turns_.begin(event, queued->second.frontmostAtStart, *queued->second.since);
+    queued_.erase(queued);
+}
+
 EventHandler::Outcome EventHandler::ask(const HookEvent& event,
                                         const std::optional<std::string>& frontmostNow,
                                         TimePoint now, const AlertRules& rules) {
     const bool known = event.sessionId && waiting_.contains(*event.sessionId);
-    // The client's later notice of a dialog already announced adds nothing.
-    if (known && event.hookEventName == Name::notification) {
+    const bool notice = event.hookEventName == Name::notification;
+    // The client's later notice of a dialog already announced, or just answered, adds nothing.
+    const auto answered = event.sessionId ? answered_.find(*event.sessionId) : answered_.end();
+    if (notice && (known || (answered != answered_.end() && answered->second == event.promptId))) {
         remember(event);
         return {};
     }
+    if (!notice && event.sessionId) answered_.erase(*event.sessionId);
     const auto turn = turns_.peek(event.promptId);
     Outcome outcome =
         turn ? present(event, now - turn->startedAt, turn->frontmostAtStart, frontmostNow, rules)
@@ -163,7 +196,7 @@ EventHandler::Outcome EventHandler::ask(const HookEvent& event,
     // A new dialog of the same session replaces the one before.
     if (known) outcome.withdrawn = event.sessionId;
     const std::string text = SummaryBridge::summarize(event, std::nullopt).text;
-    waiting_.insert_or_assign(*event.sessionId, Waiting{event.promptId, now, text});
+    waiting_.insert_or_assign(*event.sessionId, Waiting{event.promptId, now, text, !notice});
     if (outcome.alert) outcome.alert->standing = true;
     return outcome;
 }
@@ -198,6 +231,8 @@ void EventHandler::forget(const std::string& session) {
     announcedEnds_.erase(session);
     waiting_.erase(session);
     backgroundTurns_.erase(session);
+    queued_.erase(session);
+    answered_.erase(session);
 }
 
 } // namespace norrow

@@ -39,6 +39,8 @@ public:
         TimePoint since;
         // What the dialog asks.
         std::string text;
+        // Announced by its request rather than by the client's later notice.
+        bool requested = false;
     };
 
     EventHandler(SessionStore& turns, SessionNames& names) : turns_(turns), names_(names) {}
@@ -63,9 +65,15 @@ private:
     // clock starts over.
     Outcome answer(const HookEvent& event, const std::optional<std::string>& frontmostNow,
                    TimePoint now);
-    // Opens the event's turn, or carries on the one that left background work running.
+    // Opens the event's turn, or carries on the one that left background work running, or
+    // holds a prompt typed while its session's turn still runs.
     void begin(const HookEvent& event, const std::optional<std::string>& frontmostNow,
                TimePoint now);
+    // The queued prompt of a session whose turn just ended starts now; the first event under
+    // a prompt id not seen before opens its turn from then.
+    void startQueued(const HookEvent& event, const std::optional<std::string>& frontmostNow,
+                     TimePoint now);
+    void adoptQueued(const HookEvent& event);
     // A dialog: announced as it opens, and the session marked as waiting until answered.
     Outcome ask(const HookEvent& event, const std::optional<std::string>& frontmostNow,
                 TimePoint now, const AlertRules& rules);
@@ -89,6 +97,16 @@ private:
     std::map<std::string, Waiting> waiting_;
     // Per session, the prompt of the turn that stopped with background work still running.
     std::map<std::string, std::string> backgroundTurns_;
+    // A prompt typed while the agent worked: it runs once the turn before it stops, under a
+    // prompt id of its own that no prompt event announces.
+    struct Queued {
+        std::optional<TimePoint> since;
+        std::optional<std::string> frontmostAtStart;
+    };
+    std::map<std::string, Queued> queued_;
+    // Per session, the prompt whose requested dialog was answered last: the client's notice of
+    // that dialog may still be on its way.
+    std::map<std::string, std::optional<std::string>> answered_;
 };
 
 } // namespace norrow

@@ -120,14 +120,9 @@ std::optional<std::string> read(const std::filesystem::path& file) {
     return text;
 }
 
-std::optional<std::string> readPart(const std::filesystem::path& file, std::size_t limit,
-                                    bool fromEnd) {
+std::optional<std::string> readPrefix(const std::filesystem::path& file, std::size_t limit) {
     const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) return std::nullopt;
-    struct stat info {};
-    if (fromEnd && ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) &&
-        static_cast<std::size_t>(info.st_size) > limit)
-        ::lseek(fd, info.st_size - static_cast<off_t>(limit), SEEK_SET);
     std::string bytes(limit, '\0');
     std::size_t count = 0;
     while (count < limit) {

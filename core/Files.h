@@ -13,11 +13,9 @@ namespace norrow::files {
 // The whole file, or nothing when it cannot be opened or read.
 std::optional<std::string> read(const std::filesystem::path& file);
 
-// At most `limit` bytes of the file: its first ones, or with `fromEnd` its last ones; nothing
-// when it cannot be opened or read. Opened without blocking, so that a FIFO in its place
-// cannot stall the caller.
-std::optional<std::string> readPart(const std::filesystem::path& file, std::size_t limit,
-                                    bool fromEnd = false);
+// The first `limit` bytes of the file, or nothing when it cannot be opened or read. Opened
+// without blocking, so that a FIFO in its place cannot stall the caller.
+std::optional<std::string> readPrefix(const std::filesystem::path& file, std::size_t limit);
 
 // Writes every byte, retrying short and interrupted writes; false on an error.
 bool writeAll(int fd, std::string_view bytes);

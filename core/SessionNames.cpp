@@ -82,7 +82,7 @@ std::optional<std::string> SessionNames::findCWD(const std::string& id,
 }
 
 std::optional<std::string> SessionNames::firstCWD(const std::filesystem::path& transcript) {
-    const auto text = files::readPart(transcript, readLimit);
+    const auto text = files::readPrefix(transcript, readLimit);
     if (!text) return std::nullopt;
     std::size_t examined = 0;
     for (std::size_t start = 0; start < text->size() && examined < lineLimit;) {

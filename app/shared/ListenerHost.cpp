@@ -1,7 +1,6 @@
 #include "app/shared/ListenerHost.h"
 
 #include "core/BridgeConfig.h"
-#include "core/Transcript.h"
 
 #include <QCoreApplication>
 #include <QtGlobal>
@@ -64,7 +63,6 @@ void ListenerHost::start(std::optional<std::uint16_t> port, std::optional<std::s
                                   Qt::QueuedConnection);
     });
     listener_->setOnEvent([this](HookEvent event) {
-        Transcript::completePlanRequest(event);
         if (onEvent_) onEvent_(std::move(event));
     });
     listener_->setOnStateChange([this](bool listening) { stateChanged(listening); });

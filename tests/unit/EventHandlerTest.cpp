@@ -208,7 +208,7 @@ TEST_F(EventHandlerTest, DialogsStandUntilTheFirstEventAfterThemAndAnAnswerResta
     }
 }
 
-TEST_F(EventHandlerTest, ANewDialogReplacesTheOneBeforeAndAnOldClientsNoticeStandsToo) {
+TEST_F(EventHandlerTest, ANewDialogReplacesTheOneBeforeAndNoticesStandOnlyForThemselves) {
     HookEvent first = event(HookEvent::Name::elicitation);
     first.message = "Which branch?";
     EXPECT_FALSE(handle(first, "a", t0).withdrawn);
@@ -218,15 +218,37 @@ TEST_F(EventHandlerTest, ANewDialogReplacesTheOneBeforeAndAnOldClientsNoticeStan
     EXPECT_EQ(replaced.withdrawn, "session-1");
     EXPECT_EQ(replaced.alert->result.text, "Plan ready for review");
 
-    // Without a request hook, the client's notice is the dialog's only sign.
-    handle(event(HookEvent::Name::postToolUse), "a", t0 + 2s);
+    // The client's notice of the dialog, arriving just after its answer, is no new dialog.
     HookEvent notice = event(HookEvent::Name::notification);
     notice.notificationType = HookEvent::NotificationType::permissionPrompt;
     notice.message = "Claude needs your permission";
+    handle(event(HookEvent::Name::postToolUse), "a", t0 + 2s);
+    EXPECT_FALSE(handle(notice, "a", t0 + 7s).alert);
+
+    // Without a request hook, the notice is the dialog's only sign, and stands until answered.
+    notice.sessionId = "session-2";
     const auto alone = handle(notice, "a", t0 + 8s);
     ASSERT_TRUE(alone.alert);
     EXPECT_TRUE(alone.alert->standing);
-    EXPECT_TRUE(handle(event(HookEvent::Name::postToolUse), "a", t0 + 9s).withdrawn);
+    HookEvent answered = event(HookEvent::Name::postToolUse);
+    answered.sessionId = "session-2";
+    EXPECT_TRUE(handle(answered, "a", t0 + 9s).withdrawn);
+}
+
+// The client announces a prompt typed while the agent works under the running turn's id;
+// it runs under an id of its own once that turn stops.
+TEST_F(EventHandlerTest, APromptTypedWhileTheAgentWorksIsTimedFromWhenItRuns) {
+    handle(event(HookEvent::Name::userPromptSubmit, "p1"), "a", t0);
+    handle(event(HookEvent::Name::userPromptSubmit, "p1"), "a", t0 + 50s);
+    const auto first = handle(event(HookEvent::Name::stop, "p1"), "b", t0 + 60s);
+    ASSERT_TRUE(first.alert);
+    EXPECT_EQ(first.alert->result.durationText, "1m");
+    HookEvent request = event(HookEvent::Name::permissionRequest, "p2");
+    request.toolName = "Bash";
+    EXPECT_EQ(handle(request, "b", t0 + 65s).alert->result.durationText, "5s");
+    handle(event(HookEvent::Name::postToolUse, "p2"), "a", t0 + 90s);
+    // Answered in the application where the queued turn started, and just after.
+    EXPECT_FALSE(handle(event(HookEvent::Name::stop, "p2"), "a", t0 + 95s).alert);
 }
 
 TEST_F(EventHandlerTest, ATurnLeavingBackgroundTasksIsAnnouncedOnlyWhenItReallyEnds) {

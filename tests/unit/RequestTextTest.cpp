@@ -2,8 +2,6 @@
 
 #include "core/Graphemes.h"
 #include "core/Summarizer.h"
-#include "core/Transcript.h"
-#include "support/TempDir.h"
 
 #include <filesystem>
 #include <fstream>
@@ -70,26 +68,6 @@ TEST(RequestText, EveryRealRequestFitsOnePlainLine) {
         EXPECT_FALSE(text->empty()) << entry.path();
     }
     EXPECT_GE(requests, 10);
-}
-
-// As the client writes it: the agent's call with the plan, then the copy sent back to the
-// API once answered, its input emptied.
-TEST(RequestText, APlanRequestTakesItsPlanFromTheTranscript) {
-    test::TempDir dir;
-    const auto transcript = dir / "session.jsonl";
-    std::ofstream(transcript)
-        << R"({"type":"assistant","message":{"content":[{"type":"tool_use","name":"ExitPlanMode","input":{"plan":"# Old plan"}}]}})"
-        << "\n{\"type\":\"user\"\n"
-        << R"({"type":"assistant","message":{"content":[{"type":"text","text":"Here."},{"type":"tool_use","name":"ExitPlanMode","input":{"plan":"# Plan\n\n1. Create the file."}}]}})"
-        << "\n"
-        << R"({"type":"api-request-blob","message":{"content":[{"type":"tool_use","name":"ExitPlanMode","input":{}}]}})"
-        << "\n";
-    auto request = HookEvent::decode(
-        R"({"hook_event_name":"PermissionRequest","tool_name":"ExitPlanMode","tool_input":{}})");
-    ASSERT_TRUE(request);
-    request->transcriptPath = transcript.string();
-    Transcript::completePlanRequest(*request);
-    EXPECT_EQ(RequestText::describe(*request), "Plan ready for review \u2014 Plan");
 }
 
 } // namespace
