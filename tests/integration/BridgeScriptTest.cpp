@@ -336,7 +336,14 @@ TEST_F(BridgeScriptTest, StaysQuietWithoutTheAppAndKeepsTheTokenOutOfSight) {
 
 // A permission request waits at its own address and prints the app's answer, exactly, and
 // nothing else: not an empty answer, not an older app's refusal, and no other event prints.
+// Claude Code gives a hook sockets for its standard streams, which no path reopens.
 TEST_F(BridgeScriptTest, PrintsOnlyTheAnswerTheAppGivesAPermissionRequest) {
+    const std::string overSocket = "import socket, subprocess, sys\n"
+                                   "ours, its = socket.socketpair()\n"
+                                   "hook = subprocess.Popen(sys.argv[1:], stdout=its)\n"
+                                   "its.close()\n"
+                                   "sys.stdout.buffer.write(ours.makefile('rb').read())\n"
+                                   "sys.exit(hook.wait())\n";
     server.reset();
     sink.emplace(claude / "norrow/config.json");
     const std::string allow = PermissionAnswer::hookOutput(PermissionAnswer::Choice::allow);
@@ -353,7 +360,9 @@ TEST_F(BridgeScriptTest, PrintsOnlyTheAnswerTheAppGivesAPermissionRequest) {
     for (const auto& [body, answer, path, printed] : cases) {
         auto taken =
             std::async(std::launch::async, [&, answer = answer] { return sink->body(answer); });
-        const auto result = test::run({(claude / "norrow/bridge").string()}, body, environment);
+        const auto result =
+            test::run({"/usr/bin/python3", "-c", overSocket, (claude / "norrow/bridge").string()},
+                      body, environment);
         taken.get();
         EXPECT_EQ(sink->path, path);
         EXPECT_EQ(result.out, printed) << answer;
