@@ -87,15 +87,6 @@ void BannerContentView::offerChoices() {
     update();
 }
 
-QRect BannerContentView::choiceRect(PermissionAnswer::Choice choice) const {
-    // "Allow" at the right edge of the text, "Deny" before it.
-    const int right = labelX + labelWidth;
-    const int slot = choice == PermissionAnswer::Choice::allow ? 1 : 2;
-    return {right - slot * choiceWidth - (slot - 1) * 8,
-            height() - choiceRowHeight + (choiceRowHeight - choiceHeight) / 2 - 6, choiceWidth,
-            choiceHeight};
-}
-
 void BannerContentView::showDecision(const QString& decision) {
     offering_ = false;
     setAccessibleName(decision);

@@ -4,6 +4,7 @@
 
 #include <QFont>
 #include <QPixmap>
+#include <QRect>
 #include <QString>
 #include <QStringList>
 #include <QWidget>
@@ -48,7 +49,15 @@ public:
     void offerChoices();
     bool offersChoices() const { return offering_; }
     // Where each answer's button is drawn, while offered.
-    QRect choiceRect(PermissionAnswer::Choice choice) const;
+    QRect choiceRect(PermissionAnswer::Choice choice) const { return choiceRect(choice, height()); }
+    // The same in a banner `height` high: "Allow" at the right edge of the text, "Deny"
+    // before it.
+    static constexpr QRect choiceRect(PermissionAnswer::Choice choice, int height) {
+        const int slot = choice == PermissionAnswer::Choice::allow ? 1 : 2;
+        return {labelX + labelWidth - slot * choiceWidth - (slot - 1) * 8,
+                height - choiceRowHeight + (choiceRowHeight - choiceHeight) / 2 - 6, choiceWidth,
+                choiceHeight};
+    }
     // Replaces the summary and the answers with what was decided.
     void showDecision(const QString& decision);
 
