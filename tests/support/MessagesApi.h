@@ -23,7 +23,8 @@ public:
     // Replaces the script; the next request is answered from the new one.
     void script(const nlohmann::json& replies);
     // Every request so far, oldest first, one object each: its path, whether it was taken as
-    // the conversation, the reply's kind, the last user message's text.
+    // the conversation, the reply's kind, the last user message's text and the text of each
+    // tool result in it ("tool_results").
     std::vector<nlohmann::json> requests() const;
 
 private:

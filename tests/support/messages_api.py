@@ -23,7 +23,7 @@ A reply is {"text": ...}, {"tool_use": {"name", "input"}} or a list of them unde
 many seconds first. In a tool's input, "{plan_file}" stands for the plan file that the client
 names in plan mode, where a model writes its plan before asking to leave plan mode. Every
 request is logged as one JSON line: path, model, stream, whether it was the conversation, the
-reply's kind, and the last user message's text.
+reply's kind, the last user message's text and its tool results.
 """
 
 import argparse
@@ -59,6 +59,17 @@ def blocks(message):
 
 def text_of(message):
     return "\n".join(b.get("text", "") for b in blocks(message) if b.get("type") == "text")
+
+
+def tool_results_of(message):
+    """The text the client gave back for each tool, as the model reads it."""
+    results = []
+    for b in blocks(message):
+        if b.get("type") != "tool_result":
+            continue
+        content = b.get("content", "")
+        results.append(content if isinstance(content, str) else text_of({"content": content}))
+    return results
 
 
 def only_tool_results(message):
@@ -259,6 +270,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
                 "conversation": conversation,
                 "reply": sorted(reply),
                 "last_user": text_of(last_user)[-300:],
+                "tool_results": [result[-300:] for result in tool_results_of(last_user)],
                 "tools": len(request.get("tools") or []),
             },
             request,
