@@ -46,8 +46,8 @@ void addSessions(std::vector<MenuItem>& menu, const MenuState& state,
         order.push_back(&session);
     std::ranges::stable_partition(
         order, [](const MenuState::Session* session) { return session->waitingSince.has_value(); });
-    for (const MenuState::Session* waiting : order) {
-        const auto& session = *waiting;
+    for (const MenuState::Session* listed : order) {
+        const auto& session = *listed;
         MenuItem item = label(
             session.name + "  \u00b7  " +
             (session.waitingSince

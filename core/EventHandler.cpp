@@ -6,12 +6,6 @@ namespace {
 using Name = HookEvent::Name;
 using Type = HookEvent::NotificationType;
 
-// Notifications that ask for the user; completion and auth notices need nothing.
-bool interrupts(const std::optional<Type>& type) {
-    return type == Type::permissionPrompt || type == Type::idlePrompt ||
-           type == Type::agentNeedsInput || type == Type::elicitationDialog;
-}
-
 // Events that mean the session waits on a dialog: a request, or the client's later notice of
 // a dialog left unanswered.
 bool asks(const HookEvent& event) {
@@ -23,27 +17,20 @@ bool asks(const HookEvent& event) {
             type == Type::elicitationDialog);
 }
 
-// The first of these after a dialog tells that it is over.
-bool endsAWait(Name name) {
-    switch (name) {
-    case Name::postToolUse:
-    case Name::postToolUseFailure:
-    case Name::permissionDenied:
-    case Name::elicitationResult:
-    case Name::userPromptSubmit:
-    case Name::stop:
-    case Name::stopFailure:
-    case Name::sessionEnd:
-        return true;
-    default:
-        return false;
-    }
+bool endsTurn(Name name) {
+    return name == Name::stop || name == Name::stopFailure;
 }
 
 // An answer to the dialog itself, after which the agent works on in the same turn.
 bool answersTheDialog(Name name) {
     return name == Name::postToolUse || name == Name::postToolUseFailure ||
            name == Name::permissionDenied || name == Name::elicitationResult;
+}
+
+// The first of these after a dialog tells that it is over.
+bool endsAWait(Name name) {
+    return answersTheDialog(name) || endsTurn(name) || name == Name::userPromptSubmit ||
+           name == Name::sessionEnd;
 }
 
 } // namespace
@@ -71,9 +58,7 @@ EventHandler::Outcome EventHandler::handle(const HookEvent& event,
     outcome.menuChanged = outcome.menuChanged || answered.menuChanged;
     if (!outcome.withdrawn) outcome.withdrawn = answered.withdrawn;
     if (repeat) outcome.alert.reset();
-    const bool endsTurn =
-        event.hookEventName == Name::stop || event.hookEventName == Name::stopFailure;
-    if (endsTurn && outcome.alert && event.sessionId)
+    if (endsTurn(event.hookEventName) && outcome.alert && event.sessionId)
         announcedEnds_.insert_or_assign(*event.sessionId, event.promptId);
     if (event.hookEventName == Name::sessionEnd && event.sessionId) forget(*event.sessionId);
     return outcome;
@@ -121,12 +106,10 @@ EventHandler::Outcome EventHandler::dispatch(const HookEvent& event,
         return present(event, finished->duration, finished->turn.frontmostAtStart, frontmostNow,
                        rules);
     }
-    case Name::notification: {
-        if (!interrupts(event.notificationType)) return {};
-        const auto turn = turns_.peek(event.promptId);
-        if (!turn) return present(event, std::nullopt, std::nullopt, frontmostNow, rules);
-        return present(event, now - turn->startedAt, turn->frontmostAtStart, frontmostNow, rules);
-    }
+    case Name::notification:
+        // Of the notifications that ask nothing of a dialog, only the idle reminder is told.
+        if (event.notificationType != Type::idlePrompt) return {};
+        return presentInTurn(event, frontmostNow, now, rules);
     default:
         return {};
     }
@@ -159,9 +142,7 @@ void EventHandler::begin(const HookEvent& event, const std::optional<std::string
 
 void EventHandler::startQueued(const HookEvent& event,
                                const std::optional<std::string>& frontmostNow, TimePoint now) {
-    const bool ended =
-        event.hookEventName == Name::stop || event.hookEventName == Name::stopFailure;
-    if (!ended || event.agentId || !event.sessionId) return;
+    if (!endsTurn(event.hookEventName) || event.agentId || !event.sessionId) return;
     const auto queued = queued_.find(*event.sessionId);
     if (queued != queued_.end() && !queued->second.since)
         queued->second = Queued{now, frontmostNow};
@@ -188,15 +169,11 @@ EventHandler::Outcome EventHandler::ask(const HookEvent& event,
         return {};
     }
     if (!notice && event.sessionId) answered_.erase(*event.sessionId);
-    const auto turn = turns_.peek(event.promptId);
-    Outcome outcome =
-        turn ? present(event, now - turn->startedAt, turn->frontmostAtStart, frontmostNow, rules)
-             : present(event, std::nullopt, std::nullopt, frontmostNow, rules);
+    Outcome outcome = presentInTurn(event, frontmostNow, now, rules);
     if (!event.sessionId) return outcome;
     // A new dialog of the same session replaces the one before.
     if (known) outcome.withdrawn = event.sessionId;
-    const std::string text = SummaryBridge::summarize(event, std::nullopt).text;
-    waiting_.insert_or_assign(*event.sessionId, Waiting{event.promptId, now, text, !notice});
+    waiting_.insert_or_assign(*event.sessionId, Waiting{event.promptId, now, !notice});
     if (outcome.alert) outcome.alert->standing = true;
     return outcome;
 }
@@ -210,6 +187,14 @@ EventHandler::Outcome EventHandler::present(const HookEvent& event, std::optiona
     if (rules.holdsBack(event, result.kind, duration, frontmostAtStart, frontmostNow))
         return {true, std::nullopt, std::nullopt};
     return {true, std::nullopt, Alert{event, std::move(result), false}};
+}
+
+EventHandler::Outcome EventHandler::presentInTurn(const HookEvent& event,
+                                                  const std::optional<std::string>& frontmostNow,
+                                                  TimePoint now, const AlertRules& rules) {
+    const auto turn = turns_.peek(event.promptId);
+    if (!turn) return present(event, std::nullopt, std::nullopt, frontmostNow, rules);
+    return present(event, now - turn->startedAt, turn->frontmostAtStart, frontmostNow, rules);
 }
 
 void EventHandler::remember(const HookEvent& event) {

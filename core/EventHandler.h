@@ -37,8 +37,6 @@ public:
     struct Waiting {
         std::optional<std::string> promptId;
         TimePoint since;
-        // What the dialog asks.
-        std::string text;
         // Announced by its request rather than by the client's later notice.
         bool requested = false;
     };
@@ -83,6 +81,9 @@ private:
     Outcome present(const HookEvent& event, std::optional<Seconds> duration,
                     const std::optional<std::string>& frontmostAtStart,
                     const std::optional<std::string>& frontmostNow, const AlertRules& rules);
+    // An event that does not end its turn, with the turn's age so far when it is open.
+    Outcome presentInTurn(const HookEvent& event, const std::optional<std::string>& frontmostNow,
+                          TimePoint now, const AlertRules& rules);
     // What the menu and the way back need of an event.
     void remember(const HookEvent& event);
     void forget(const std::string& session);

@@ -102,10 +102,15 @@ private:
         respond(std::move(*decision), peerFinished);
     }
 
+    // Closes the connection once `after` has passed, or, for a waiting sender, ends its wait.
     void armDeadline(std::chrono::seconds after) {
         deadline_.expires_after(after);
         deadline_.async_wait([self = shared_from_this()](const asio::error_code& error) {
-            if (!error) self->close();
+            if (error) return;
+            if (self->answerId_)
+                self->answer(std::nullopt);
+            else
+                self->close();
         });
     }
 
@@ -120,11 +125,8 @@ private:
         network.waiting.emplace(id, shared_from_this());
         if (network.waiting.size() > EventListener::maxWaiting)
             network.waiting.begin()->second->answer(std::nullopt);
-        deadline_.expires_after(EventListener::answerWindow);
-        deadline_.async_wait([self = shared_from_this()](const asio::error_code& error) {
-            if (!error) self->answer(std::nullopt);
-        });
-        service_.deliverRequest(std::move(event), id);
+        armDeadline(EventListener::answerWindow);
+        service_.deliver(std::move(event), id);
         // Reading on tells when the sender gives up waiting.
         awaitData();
     }
@@ -337,17 +339,12 @@ void EventListener::notifyState(bool listening) {
     });
 }
 
-void EventListener::deliverRequest(HookEvent event, AnswerId id) {
-    postToMain_([weak = weak_from_this(), event = std::move(event), id]() mutable {
+void EventListener::deliver(HookEvent event, std::optional<AnswerId> awaiting) {
+    postToMain_([weak = weak_from_this(), event = std::move(event), awaiting]() mutable {
         const auto self = weak.lock();
-        if (self && self->onRequest_) self->onRequest_(std::move(event), id);
-    });
-}
-
-void EventListener::deliver(HookEvent event) {
-    postToMain_([weak = weak_from_this(), event = std::move(event)]() mutable {
-        const auto self = weak.lock();
-        if (self && self->onEvent_) self->onEvent_(std::move(event));
+        if (!self) return;
+        if (awaiting && self->onRequest_) self->onRequest_(std::move(event), *awaiting);
+        if (!awaiting && self->onEvent_) self->onEvent_(std::move(event));
     });
 }
 

@@ -87,8 +87,8 @@ private:
     void failed(std::optional<std::uint16_t> preferredPort);
     void cancelled();
     void notifyState(bool listening);
-    void deliver(HookEvent event);
-    void deliverRequest(HookEvent event, AnswerId id);
+    // To the event callback, or with the id its sender waits under to the request callback.
+    void deliver(HookEvent event, std::optional<AnswerId> awaiting = std::nullopt);
     // Whether a permission request's sender may wait: answering is on and someone listens.
     bool answers() const;
     // Ends every wait without an answer; on the network thread.

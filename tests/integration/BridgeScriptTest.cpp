@@ -46,8 +46,8 @@ bool leftOut(const json& sent, const std::string& key) {
            answers.contains(sent.value("hook_event_name", ""));
 }
 
-// Stands in for the app where it does not know the events yet: a listener of this user,
-// published in `config`, that answers each request at once and gives its body.
+// Stands in for the app, to see exactly what the bridge posts and how it takes a reply: a listener
+// of this user, published in `config`, that answers each request at once and gives its body.
 class Sink {
 public:
     explicit Sink(const fs::path& config) {

@@ -73,19 +73,6 @@ TEST_F(EventHandlerTest, AStopWithoutAnOpenTurnIsAnnouncedWithoutDuration) {
     EXPECT_FALSE(outcome.alert->result.durationText);
 }
 
-TEST_F(EventHandlerTest, NotificationsThatAskForTheUserAreNeverHeldBackByTheRules) {
-    handle(event(HookEvent::Name::userPromptSubmit), "app", t0);
-    HookEvent permission = event(HookEvent::Name::notification);
-    permission.lastAssistantMessage.reset();
-    permission.notificationType = HookEvent::NotificationType::permissionPrompt;
-    const auto outcome = handle(permission, "app", t0 + 1s);
-    ASSERT_TRUE(outcome.alert);
-    EXPECT_EQ(outcome.alert->result.kind, SummaryKind::waiting);
-    EXPECT_EQ(outcome.alert->result.text, "Waiting for you");
-    EXPECT_EQ(outcome.alert->result.durationText, "1s");
-    EXPECT_EQ(turns.openCount(), 1u);
-}
-
 TEST_F(EventHandlerTest, AFailedTurnClosesAndIsAnnouncedLikeAWaitingAlert) {
     HookEvent failure = event(HookEvent::Name::stopFailure);
     HookEvent subagents = failure;
@@ -107,8 +94,6 @@ TEST_F(EventHandlerTest, TheIdleReminderOfAnAnnouncedEndIsNotAnnouncedAgain) {
     HookEvent idle = event(HookEvent::Name::notification);
     idle.notificationType = HookEvent::NotificationType::idlePrompt;
     idle.message = "Claude is waiting for your input";
-    HookEvent permission = idle;
-    permission.notificationType = HookEvent::NotificationType::permissionPrompt;
     HookEvent laterPrompt = idle;
     laterPrompt.promptId = "p2";
 
@@ -225,11 +210,19 @@ TEST_F(EventHandlerTest, ANewDialogReplacesTheOneBeforeAndNoticesStandOnlyForThe
     handle(event(HookEvent::Name::postToolUse), "a", t0 + 2s);
     EXPECT_FALSE(handle(notice, "a", t0 + 7s).alert);
 
-    // Without a request hook, the notice is the dialog's only sign, and stands until answered.
+    // Without a request hook, the notice is the dialog's only sign, and stands until answered;
+    // like any waiting alert, no rule holds it back.
     notice.sessionId = "session-2";
+    notice.message.reset();
+    HookEvent prompt = event(HookEvent::Name::userPromptSubmit, "p2");
+    notice.promptId = "p2";
+    prompt.sessionId = "session-2";
+    handle(prompt, "a", t0 + 7s);
     const auto alone = handle(notice, "a", t0 + 8s);
     ASSERT_TRUE(alone.alert);
     EXPECT_TRUE(alone.alert->standing);
+    EXPECT_EQ(alone.alert->result.text, "Waiting for you");
+    EXPECT_EQ(alone.alert->result.durationText, "1s");
     HookEvent answered = event(HookEvent::Name::postToolUse);
     answered.sessionId = "session-2";
     EXPECT_TRUE(handle(answered, "a", t0 + 9s).withdrawn);
